@@ -1,0 +1,120 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "platform/date.h"
+
+namespace kora {
+
+class PlistValue;
+
+// A dictionary that keeps its keys in the order they were first set, as the
+// files we read and write do. Keys are unique.
+class PlistDictionary {
+public:
+    struct Entry;
+
+    PlistDictionary();
+    PlistDictionary(const PlistDictionary&);
+    PlistDictionary(PlistDictionary&&) noexcept;
+    PlistDictionary& operator=(const PlistDictionary&);
+    PlistDictionary& operator=(PlistDictionary&&) noexcept;
+    ~PlistDictionary();
+
+    const PlistValue* find(std::string_view key) const;
+    PlistValue* find(std::string_view key);
+    // Replaces the value of an existing key in place, else appends the key.
+    void set(std::string key, PlistValue value);
+    bool erase(std::string_view key);
+
+    // Typed look-ups: no value when the key is missing or holds another type.
+    std::optional<std::string> string(std::string_view key) const;
+    const PlistDictionary* dictionary(std::string_view key) const;
+
+    bool empty() const;
+    std::size_t size() const;
+    const std::vector<Entry>& entries() const;
+
+    bool operator==(const PlistDictionary& other) const;
+
+private:
+    std::vector<Entry> entries_;
+};
+
+class PlistValue {
+public:
+    using Data = std::vector<std::uint8_t>;
+    using Array = std::vector<PlistValue>;
+    using Storage =
+        std::variant<std::string, std::int64_t, double, bool, Date, Data, Array, PlistDictionary>;
+
+    PlistValue() = default;  // the empty string
+    PlistValue(std::string value) : storage_(std::move(value)) {}
+    PlistValue(const char* value) : storage_(std::string(value)) {}
+    PlistValue(std::int64_t value) : storage_(value) {}
+    PlistValue(int value) : storage_(std::int64_t{value}) {}
+    PlistValue(double value) : storage_(value) {}
+    PlistValue(bool value) : storage_(value) {}
+    PlistValue(Date value) : storage_(value) {}
+    PlistValue(Data value) : storage_(std::move(value)) {}
+    PlistValue(Array value) : storage_(std::move(value)) {}
+    PlistValue(PlistDictionary value) : storage_(std::move(value)) {}
+
+    template <typename T>
+    bool is() const {
+        return std::holds_alternative<T>(storage_);
+    }
+    // A pointer to the value when it holds a T, else nullptr.
+    template <typename T>
+    const T* as() const {
+        return std::get_if<T>(&storage_);
+    }
+    template <typename T>
+    T* as() {
+        return std::get_if<T>(&storage_);
+    }
+
+    const Storage& storage() const { return storage_; }
+    bool operator==(const PlistValue& other) const { return storage_ == other.storage_; }
+
+private:
+    Storage storage_;
+};
+
+struct PlistDictionary::Entry {
+    std::string key;
+    PlistValue value;
+    bool operator==(const Entry& other) const = default;
+};
+
+// Reading refuses anything over these limits before libplist sees it: libplist
+// recurses once per nesting level and overflows its stack on deep input.
+inline constexpr std::size_t kPlistMaxBytes = 16 * 1024 * 1024;
+inline constexpr std::size_t kPlistMaxDepth = 128;
+
+// XML or binary property lists. No value for anything unreadable: a missing
+// file, a corrupt or truncated one, one over the limits.
+std::optional<PlistValue> parsePropertyList(std::span<const std::uint8_t> bytes);
+std::optional<PlistValue> readPropertyList(const std::filesystem::path& path);
+
+// Reads a file whose root must be a dictionary.
+std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path);
+
+// The XML form, as libplist writes it (header, DOCTYPE, tab indent).
+std::string propertyListXml(const PlistValue& value);
+
+// Writes the XML form to a temporary file in the target's folder and renames it
+// over the target, so readers never see half a file. An existing target keeps
+// its mode; a new one gets 0644. False when anything failed (the target is then
+// unchanged).
+bool writePropertyList(const PlistValue& value, const std::filesystem::path& path);
+
+}  // namespace kora
