@@ -35,4 +35,11 @@ public:
         const OptionalString& bundlePath) = 0;
 };
 
+// The object the daemon vends: the client operations, plus `echo`, which logs
+// the text and answers it unchanged.
+class VendedController : public KoraAPI {
+public:
+    virtual OptionalString echo(const OptionalString& text) = 0;
+};
+
 }  // namespace kora
