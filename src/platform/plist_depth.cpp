@@ -1,0 +1,170 @@
+#include "platform/plist_depth.h"
+
+#include <cctype>
+#include <cstring>
+#include <limits>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace kora {
+namespace {
+
+constexpr std::size_t kUnreadable = std::numeric_limits<std::size_t>::max();
+
+// Counts open <dict> and <array> elements; self-closing ones do not nest.
+// Tags inside comments are counted too, which can only over-estimate.
+std::size_t xmlDepth(std::string_view text) {
+    std::size_t depth = 0;
+    std::size_t deepest = 0;
+    for (std::size_t at = text.find('<'); at != std::string_view::npos;
+         at = text.find('<', at + 1)) {
+        const bool closing = at + 1 < text.size() && text[at + 1] == '/';
+        const std::size_t nameStart = at + (closing ? 2 : 1);
+        std::size_t nameEnd = nameStart;
+        while (nameEnd < text.size() && std::isalpha(static_cast<unsigned char>(text[nameEnd]))) {
+            ++nameEnd;
+        }
+        const std::string_view name = text.substr(nameStart, nameEnd - nameStart);
+        if (name != "dict" && name != "array") continue;
+        if (closing) {
+            if (depth > 0) --depth;
+            continue;
+        }
+        const std::size_t close = text.find('>', nameEnd);
+        if (close == std::string_view::npos) break;
+        if (text[close - 1] == '/') continue;
+        deepest = std::max(deepest, ++depth);
+    }
+    return deepest;
+}
+
+// The binary form: a header, objects, an offset table and a 32-byte trailer.
+class BinaryPlist {
+public:
+    explicit BinaryPlist(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
+
+    bool readTrailer() {
+        if (bytes_.size() < 8 + 32) return false;
+        const std::size_t trailer = bytes_.size() - 32;
+        offsetSize_ = bytes_[trailer + 6];
+        refSize_ = bytes_[trailer + 7];
+        const std::uint64_t count = readNumber(trailer + 8, 8);
+        top_ = readNumber(trailer + 16, 8);
+        tableOffset_ = readNumber(trailer + 24, 8);
+        if (offsetSize_ == 0 || offsetSize_ > 8 || refSize_ == 0 || refSize_ > 8) return false;
+        if (tableOffset_ >= trailer || count == 0 || top_ >= count) return false;
+        if (count > (trailer - tableOffset_) / offsetSize_) return false;
+        count_ = static_cast<std::size_t>(count);
+        return true;
+    }
+
+    // Depth by an explicit depth-first walk: deep input must not deepen our
+    // own stack either. An object met again while still on the walk is a cycle.
+    std::size_t depth() {
+        enum : std::uint8_t { Unseen, Open, Done };
+        std::vector<std::uint8_t> state(count_, Unseen);
+        std::vector<std::size_t> depthOf(count_, 0);
+        struct Frame {
+            std::size_t object;
+            std::vector<std::size_t> children;
+            std::size_t next;
+        };
+        std::vector<Frame> stack;
+        auto push = [&](std::size_t object) -> bool {
+            std::optional<std::vector<std::size_t>> children = childrenOf(object);
+            if (!children) return false;
+            state[object] = Open;
+            stack.push_back(Frame{object, std::move(*children), 0});
+            return true;
+        };
+        if (!push(static_cast<std::size_t>(top_))) return kUnreadable;
+        while (!stack.empty()) {
+            Frame& frame = stack.back();
+            if (frame.next == frame.children.size()) {
+                std::size_t deepest = 0;
+                for (std::size_t child : frame.children) deepest = std::max(deepest, depthOf[child]);
+                depthOf[frame.object] = isContainer(frame.object) ? deepest + 1 : 0;
+                state[frame.object] = Done;
+                stack.pop_back();
+                continue;
+            }
+            const std::size_t child = frame.children[frame.next++];
+            if (state[child] == Open) return kUnreadable;
+            if (state[child] == Unseen && !push(child)) return kUnreadable;
+        }
+        return depthOf[static_cast<std::size_t>(top_)];
+    }
+
+private:
+    std::uint64_t readNumber(std::size_t at, std::size_t size) const {
+        std::uint64_t value = 0;
+        for (std::size_t i = 0; i < size; ++i) value = (value << 8) | bytes_[at + i];
+        return value;
+    }
+
+    std::optional<std::size_t> objectOffset(std::size_t object) const {
+        const std::uint64_t offset = readNumber(tableOffset_ + object * offsetSize_, offsetSize_);
+        if (offset < 8 || offset >= tableOffset_) return std::nullopt;
+        return static_cast<std::size_t>(offset);
+    }
+
+    bool isContainer(std::size_t object) const {
+        const std::optional<std::size_t> at = objectOffset(object);
+        if (!at) return false;
+        const std::uint8_t kind = bytes_[*at] >> 4;
+        return kind == 0xA || kind == 0xB || kind == 0xC || kind == 0xD;
+    }
+
+    // The objects an array, set or dictionary refers to; none for scalars.
+    std::optional<std::vector<std::size_t>> childrenOf(std::size_t object) const {
+        const std::optional<std::size_t> at = objectOffset(object);
+        if (!at) return std::nullopt;
+        const std::uint8_t marker = bytes_[*at];
+        const std::uint8_t kind = marker >> 4;
+        if (kind != 0xA && kind != 0xB && kind != 0xC && kind != 0xD) {
+            return std::vector<std::size_t>{};
+        }
+        std::size_t cursor = *at + 1;
+        std::uint64_t count = marker & 0x0F;
+        if (count == 0x0F) {
+            if (cursor >= tableOffset_ || (bytes_[cursor] >> 4) != 0x1) return std::nullopt;
+            const std::size_t size = std::size_t{1} << (bytes_[cursor] & 0x3);
+            if (cursor + 1 + size > tableOffset_) return std::nullopt;
+            count = readNumber(cursor + 1, size);
+            cursor += 1 + size;
+        }
+        if (kind == 0xD) {
+            if (count > std::numeric_limits<std::uint64_t>::max() / 2) return std::nullopt;
+            count *= 2;
+        }
+        if (count > (tableOffset_ - cursor) / refSize_) return std::nullopt;
+        std::vector<std::size_t> children;
+        children.reserve(static_cast<std::size_t>(count));
+        for (std::uint64_t i = 0; i < count; ++i) {
+            const std::uint64_t ref = readNumber(cursor + i * refSize_, refSize_);
+            if (ref >= count_) return std::nullopt;
+            children.push_back(static_cast<std::size_t>(ref));
+        }
+        return children;
+    }
+
+    std::span<const std::uint8_t> bytes_;
+    std::size_t offsetSize_ = 0;
+    std::size_t refSize_ = 0;
+    std::size_t count_ = 0;
+    std::uint64_t top_ = 0;
+    std::uint64_t tableOffset_ = 0;
+};
+
+}  // namespace
+
+std::size_t plistNestingDepth(std::span<const std::uint8_t> bytes) {
+    if (bytes.size() >= 8 && std::memcmp(bytes.data(), "bplist00", 8) == 0) {
+        BinaryPlist plist(bytes);
+        return plist.readTrailer() ? plist.depth() : kUnreadable;
+    }
+    return xmlDepth(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+}
+
+}  // namespace kora

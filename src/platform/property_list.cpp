@@ -1,0 +1,307 @@
+#include "platform/property_list.h"
+
+#include <fcntl.h>
+#include <glib.h>
+#include <plist/plist.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <utility>
+
+#include "platform/plist_depth.h"
+
+namespace kora {
+
+// ---- PlistDictionary ------------------------------------------------------
+
+PlistDictionary::PlistDictionary() = default;
+PlistDictionary::PlistDictionary(const PlistDictionary&) = default;
+PlistDictionary::PlistDictionary(PlistDictionary&&) noexcept = default;
+PlistDictionary& PlistDictionary::operator=(const PlistDictionary&) = default;
+PlistDictionary& PlistDictionary::operator=(PlistDictionary&&) noexcept = default;
+PlistDictionary::~PlistDictionary() = default;
+
+const PlistValue* PlistDictionary::find(std::string_view key) const {
+    for (const Entry& entry : entries_) {
+        if (entry.key == key) return &entry.value;
+    }
+    return nullptr;
+}
+
+PlistValue* PlistDictionary::find(std::string_view key) {
+    return const_cast<PlistValue*>(std::as_const(*this).find(key));
+}
+
+void PlistDictionary::set(std::string key, PlistValue value) {
+    if (PlistValue* existing = find(key)) {
+        *existing = std::move(value);
+        return;
+    }
+    entries_.push_back(Entry{std::move(key), std::move(value)});
+}
+
+bool PlistDictionary::erase(std::string_view key) {
+    const auto it = std::find_if(entries_.begin(), entries_.end(),
+                                 [key](const Entry& entry) { return entry.key == key; });
+    if (it == entries_.end()) return false;
+    entries_.erase(it);
+    return true;
+}
+
+std::optional<std::string> PlistDictionary::string(std::string_view key) const {
+    const PlistValue* value = find(key);
+    if (value == nullptr) return std::nullopt;
+    if (const std::string* text = value->as<std::string>()) return *text;
+    return std::nullopt;
+}
+
+const PlistDictionary* PlistDictionary::dictionary(std::string_view key) const {
+    const PlistValue* value = find(key);
+    return value == nullptr ? nullptr : value->as<PlistDictionary>();
+}
+
+bool PlistDictionary::empty() const { return entries_.empty(); }
+std::size_t PlistDictionary::size() const { return entries_.size(); }
+const std::vector<PlistDictionary::Entry>& PlistDictionary::entries() const { return entries_; }
+
+bool PlistDictionary::operator==(const PlistDictionary& other) const {
+    return entries_ == other.entries_;
+}
+
+// ---- libplist conversion --------------------------------------------------
+
+namespace {
+
+struct PlistFree {
+    void operator()(plist_t node) const { plist_free(node); }
+};
+using PlistPtr = std::unique_ptr<void, PlistFree>;
+
+// libplist counts dates in seconds since 2001-01-01 00:00:00 UTC.
+constexpr std::int64_t kAppleEpochOffset = 978307200;
+
+std::optional<PlistValue> fromNode(plist_t node);
+
+std::optional<PlistValue> arrayFromNode(plist_t node) {
+    PlistValue::Array array;
+    const uint32_t count = plist_array_get_size(node);
+    array.reserve(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        std::optional<PlistValue> item = fromNode(plist_array_get_item(node, i));
+        if (!item) return std::nullopt;
+        array.push_back(std::move(*item));
+    }
+    return PlistValue(std::move(array));
+}
+
+std::optional<PlistValue> dictionaryFromNode(plist_t node) {
+    PlistDictionary dictionary;
+    plist_dict_iter iter = nullptr;
+    plist_dict_new_iter(node, &iter);
+    std::unique_ptr<void, decltype(&std::free)> iterGuard(iter, &std::free);
+    for (;;) {
+        char* rawKey = nullptr;
+        plist_t item = nullptr;
+        plist_dict_next_item(node, iter, &rawKey, &item);
+        if (item == nullptr) {
+            std::free(rawKey);
+            break;
+        }
+        std::string key = rawKey != nullptr ? rawKey : "";
+        std::free(rawKey);
+        std::optional<PlistValue> value = fromNode(item);
+        if (!value) return std::nullopt;
+        dictionary.set(std::move(key), std::move(*value));
+    }
+    return PlistValue(std::move(dictionary));
+}
+
+std::optional<PlistValue> fromNode(plist_t node) {
+    switch (plist_get_node_type(node)) {
+        case PLIST_STRING: {
+            uint64_t length = 0;
+            const char* text = plist_get_string_ptr(node, &length);
+            return PlistValue(std::string(text != nullptr ? text : "", length));
+        }
+        case PLIST_UINT: {
+            uint64_t value = 0;
+            plist_get_uint_val(node, &value);
+            return PlistValue(static_cast<std::int64_t>(value));
+        }
+        case PLIST_REAL: {
+            double value = 0;
+            plist_get_real_val(node, &value);
+            return PlistValue(value);
+        }
+        case PLIST_BOOLEAN: {
+            uint8_t value = 0;
+            plist_get_bool_val(node, &value);
+            return PlistValue(value != 0);
+        }
+        case PLIST_DATE: {
+            int32_t seconds = 0;
+            int32_t micros = 0;
+            plist_get_date_val(node, &seconds, &micros);
+            return PlistValue(dateFromUnixSeconds(seconds + kAppleEpochOffset) +
+                              std::chrono::microseconds(micros));
+        }
+        case PLIST_DATA: {
+            uint64_t length = 0;
+            const char* bytes = plist_get_data_ptr(node, &length);
+            const auto* begin = reinterpret_cast<const std::uint8_t*>(bytes);
+            return PlistValue(PlistValue::Data(begin, begin + (bytes != nullptr ? length : 0)));
+        }
+        case PLIST_ARRAY:
+            return arrayFromNode(node);
+        case PLIST_DICT:
+            return dictionaryFromNode(node);
+        default:
+            // Keys, UIDs and unknown node types have no place in our files.
+            return std::nullopt;
+    }
+}
+
+// libplist writes strings as they are, and XML cannot hold invalid UTF-8 or most
+// control characters: such a file could never be read back, and the registry
+// would be lost. Both are replaced by U+FFFD.
+std::string xmlSafeText(const std::string& text) {
+    g_autofree gchar* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+    std::string safe;
+    for (const char* p = valid; *p != '\0'; ++p) {
+        const auto c = static_cast<unsigned char>(*p);
+        if (c < 0x20 && c != '\t' && c != '\n' && c != '\r') {
+            safe += "\xEF\xBF\xBD";
+        } else {
+            safe += *p;
+        }
+    }
+    return safe;
+}
+
+plist_t toNode(const PlistValue& value);
+
+struct NodeBuilder {
+    plist_t operator()(const std::string& text) const {
+        return plist_new_string(xmlSafeText(text).c_str());
+    }
+    plist_t operator()(std::int64_t number) const {
+        return plist_new_uint(static_cast<uint64_t>(number));
+    }
+    plist_t operator()(double number) const { return plist_new_real(number); }
+    plist_t operator()(bool flag) const { return plist_new_bool(flag ? 1 : 0); }
+    plist_t operator()(Date date) const {
+        const auto micros =
+            std::chrono::floor<std::chrono::microseconds>(date.time_since_epoch()).count();
+        const std::int64_t seconds = (micros >= 0 ? micros : micros - 999999) / 1000000;
+        const auto fraction = static_cast<int32_t>(micros - seconds * 1000000);
+        return plist_new_date(static_cast<int32_t>(seconds - kAppleEpochOffset), fraction);
+    }
+    plist_t operator()(const PlistValue::Data& data) const {
+        return plist_new_data(reinterpret_cast<const char*>(data.data()), data.size());
+    }
+    plist_t operator()(const PlistValue::Array& array) const {
+        plist_t node = plist_new_array();
+        for (const PlistValue& item : array) plist_array_append_item(node, toNode(item));
+        return node;
+    }
+    plist_t operator()(const PlistDictionary& dictionary) const {
+        plist_t node = plist_new_dict();
+        for (const PlistDictionary::Entry& entry : dictionary.entries()) {
+            plist_dict_set_item(node, xmlSafeText(entry.key).c_str(), toNode(entry.value));
+        }
+        return node;
+    }
+};
+
+plist_t toNode(const PlistValue& value) { return std::visit(NodeBuilder{}, value.storage()); }
+
+std::optional<std::vector<std::uint8_t>> readWholeFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::vector<std::uint8_t> bytes;
+    char buffer[64 * 1024];
+    while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
+        bytes.insert(bytes.end(), buffer, buffer + in.gcount());
+        // Stop reading a file that is over the limit; parsing refuses it anyway.
+        if (bytes.size() > kPlistMaxBytes) break;
+    }
+    if (in.bad()) return std::nullopt;
+    return bytes;
+}
+
+}  // namespace
+
+std::optional<PlistValue> parsePropertyList(std::span<const std::uint8_t> bytes) {
+    if (bytes.empty() || bytes.size() > kPlistMaxBytes) return std::nullopt;
+    if (plistNestingDepth(bytes) > kPlistMaxDepth) return std::nullopt;
+    const char* data = reinterpret_cast<const char*>(bytes.data());
+    const auto length = static_cast<uint32_t>(bytes.size());
+    plist_t raw = nullptr;
+    if (plist_is_binary(data, length)) {
+        plist_from_bin(data, length, &raw);
+    } else {
+        plist_from_xml(data, length, &raw);
+    }
+    PlistPtr root(raw);
+    if (!root) return std::nullopt;
+    return fromNode(root.get());
+}
+
+std::optional<PlistValue> readPropertyList(const std::filesystem::path& path) {
+    const std::optional<std::vector<std::uint8_t>> bytes = readWholeFile(path);
+    if (!bytes) return std::nullopt;
+    return parsePropertyList(*bytes);
+}
+
+std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path) {
+    std::optional<PlistValue> value = readPropertyList(path);
+    if (!value) return std::nullopt;
+    PlistDictionary* dictionary = value->as<PlistDictionary>();
+    if (dictionary == nullptr) return std::nullopt;
+    return std::move(*dictionary);
+}
+
+std::string propertyListXml(const PlistValue& value) {
+    PlistPtr root(toNode(value));
+    char* xml = nullptr;
+    uint32_t length = 0;
+    plist_to_xml(root.get(), &xml, &length);
+    std::string text(xml != nullptr ? xml : "", xml != nullptr ? length : 0);
+    plist_to_xml_free(xml);
+    return text;
+}
+
+bool writePropertyList(const PlistValue& value, const std::filesystem::path& path) {
+    const std::string xml = propertyListXml(value);
+    if (xml.empty()) return false;
+
+    mode_t mode = 0644;
+    struct stat existing {};
+    if (::stat(path.c_str(), &existing) == 0) mode = existing.st_mode & 07777;
+
+    // mkstemp picks a name no other process can predict or pre-create.
+    std::string temporary = (path.parent_path() / ("." + path.filename().string() + ".XXXXXX"));
+    const int fd = ::mkstemp(temporary.data());
+    if (fd < 0) return false;
+    bool written = ::fchmod(fd, mode) == 0;
+    std::size_t offset = 0;
+    while (written && offset < xml.size()) {
+        const ssize_t n = ::write(fd, xml.data() + offset, xml.size() - offset);
+        if (n < 0 && errno == EINTR) continue;
+        written = n > 0;
+        if (written) offset += static_cast<std::size_t>(n);
+    }
+    written = written && ::fsync(fd) == 0;
+    written = (::close(fd) == 0) && written;
+    if (!written || ::rename(temporary.c_str(), path.c_str()) != 0) {
+        ::unlink(temporary.c_str());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace kora
