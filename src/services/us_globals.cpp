@@ -1,0 +1,26 @@
+#include "services/us_globals.h"
+
+#include "services/service_namespaces.h"
+
+namespace kora {
+
+USGlobals& USGlobals::sharedInstance() {
+    static USGlobals* const instance = new USGlobals;
+    return *instance;
+}
+
+std::optional<std::string> USGlobals::prefixForNamespace(std::string_view uri) const {
+    const auto found = wsdlStandardNamespaces_.find(uri);
+    if (found == wsdlStandardNamespaces_.end()) return std::nullopt;
+    return found->second;
+}
+
+void registerStandardNamespaces() {
+    USGlobals::sharedInstance().setWsdlStandardNamespaces({
+        {kXMLSchemaNamespace, "xsd"},
+        {KoraServiceNamespace, "KORA"},
+        {kMicrosoftWSDLTypesNamespace, "s1"},
+    });
+}
+
+}  // namespace kora
