@@ -1,0 +1,181 @@
+#include "controller/kora_controller.h"
+
+#include <glib.h>
+
+#include <chrono>
+#include <utility>
+
+#include "platform/logging.h"
+#include "services/stored_date.h"
+#include "update/stored_fields.h"
+
+namespace kora {
+namespace {
+
+Date now() {
+    return std::chrono::system_clock::now();
+}
+
+// "LastKoraCheckDate" of the registry file. A missing file or key, or a text
+// that yields no date, counts as a check that never happened.
+Date storedLastCheckDate(const std::filesystem::path& configPath) {
+    const auto root = readStoredDictionary(configPath);
+    if (!root) return kEpoch;
+    const auto text = root->string("LastKoraCheckDate");
+    if (!text) return kEpoch;
+    return dateFromStoredText(*text).value_or(kEpoch);
+}
+
+gboolean tick(gpointer controller) {
+    // Nothing may unwind into GLib; a failed tick is retried by the next one.
+    try {
+        static_cast<KoraController*>(controller)->checkSequence();
+    } catch (...) {
+    }
+    return G_SOURCE_CONTINUE;
+}
+
+}  // namespace
+
+KoraController::KoraController() : KoraController(KoraControllerSettings{}) {}
+
+KoraController::KoraController(KoraControllerSettings settings)
+    : dateSinceLastCheck_(storedLastCheckDate(settings.configPath)),
+      lastUpdate_(kEpoch),
+      configPath_(std::move(settings.configPath)),
+      workspace_(settings.workspace ? std::move(settings.workspace)
+                                    : std::make_shared<LiveWorkspace>()) {
+    db_ = std::make_unique<KoraDB>(configPath_, *workspace_, settings.preferencesFolder);
+    // Updates restored from the file report their outcomes here.
+    db_->setDelegate(this);
+    isModemRoaming_ = false;
+    // GLib re-arms the timer when the callback returns, so a tick is never
+    // delivered in the middle of the previous one.
+    timer_ = g_timeout_add(static_cast<guint>(settings.tickInterval.count()), tick, this);
+}
+
+KoraController::~KoraController() {
+    if (timer_ != 0) g_source_remove(timer_);
+}
+
+bool KoraController::registerClientWith(const OptionalString& identifier,
+                                        const OptionalString& installationID,
+                                        const OptionalString& productID,
+                                        const OptionalString& appVersion,
+                                        const OptionalString& bundlePath,
+                                        const OptionalString& appBrand) {
+    db_->addApplicationWithIdentifier(identifier, installationID, productID, appVersion, bundlePath,
+                                      appBrand);
+    db_->syncDB();
+    return true;
+}
+
+bool KoraController::updateClient(const OptionalString& identifier,
+                                  const OptionalString& bundlePath, const OptionalString& version) {
+    db_->updateApplication(identifier, bundlePath, version);
+    db_->syncDB();
+    return true;
+}
+
+bool KoraController::setRoaming(bool roaming) {
+    isModemRoaming_ = roaming;
+    if (roaming) {
+        logInfo("Setting KORA to roaming state");
+    } else {
+        logInfo("Setting KORA to normal state");
+    }
+    return true;
+}
+
+void KoraController::forceCheck() {
+    std::lock_guard lock(mainThreadLock_);
+    dateSinceLastCheck_ = kEpoch;
+    lastUpdate_ = kEpoch;
+}
+
+bool KoraController::uninstall(const OptionalString& identifier) {
+    // The Uninstall notice to the service goes here, before the application is
+    // forgotten; the local removal happens whatever the service answers.
+    db_->removeApplicationWithIdentifier(identifier);
+    db_->syncDB();
+    return true;
+}
+
+OptionalString KoraController::registerApplicationWithIdentifier(
+    const OptionalString&, const OptionalString&, const OptionalString&, const OptionalString&,
+    const OptionalString&, const OptionalString&, const OptionalString&, const OptionalString&,
+    const OptionalString&) {
+    // Accepted for older clients; nothing is stored and nothing is sent.
+    return std::nullopt;
+}
+
+OptionalString KoraController::echo(const OptionalString& text) {
+    openSystemLog();
+    logInfo("Echoing: %s", text ? text->c_str() : "(null)");
+    closeSystemLog();
+    return text;
+}
+
+// The four outcomes change the update and store it at once, so the state
+// survives even when the service cannot be told. The notices to the service
+// (DownloadError, DownloadComplete, InstallError, InstallComplete) are sent at
+// the end of each once the service client exists.
+
+void KoraController::downloadErrorOn(const std::shared_ptr<KoraUpdate>& update) {
+    update->postponeHours(24);
+    db_->updateInfoForUpdateWithIdentifier(update->identifier(), update);
+}
+
+void KoraController::downloadDidFinishFor(const std::shared_ptr<KoraUpdate>& update) {
+    update->setDownloadComplete(true);
+    db_->updateInfoForUpdateWithIdentifier(update->identifier(), update);
+}
+
+void KoraController::installationErrorOn(const std::shared_ptr<KoraUpdate>& update) {
+    update->setInstallationComplete(true);
+    db_->updateInfoForUpdateWithIdentifier(update->identifier(), update);
+}
+
+void KoraController::installationDidFinishFor(const std::shared_ptr<KoraUpdate>& update) {
+    update->setInstallationComplete(true);
+    db_->updateInfoForUpdateWithIdentifier(update->identifier(), update);
+    // An application uninstalled while its update ran has no record left to
+    // take the new version.
+    const auto application = db_->registeredApplicationForIdentifier(update->identifier());
+    if (!application) return;
+    db_->updateApplication(application->identifier(), application->bundlePath(),
+                           update->versionTo());
+    db_->syncDB();
+}
+
+void KoraController::checkSequence() {
+    const Date lastHourlyStep = lastUpdate();
+    if (now() - lastHourlyStep > kHourlyThreshold) runHourlyStep();
+    // Driving the updates in progress (start or stop a download, start an
+    // installation) joins here with the downloader and the installer.
+}
+
+void KoraController::runHourlyStep() {
+    db_->updateInstalledApplications();
+    db_->syncDB();
+    // The check for updates (more than a day since dateSinceLastCheck, not
+    // roaming, network reachable) joins here with the service client.
+    setLastUpdate(now());
+}
+
+Date KoraController::dateSinceLastCheck() const {
+    std::lock_guard lock(mainThreadLock_);
+    return dateSinceLastCheck_;
+}
+
+Date KoraController::lastUpdate() const {
+    std::lock_guard lock(mainThreadLock_);
+    return lastUpdate_;
+}
+
+void KoraController::setLastUpdate(Date date) {
+    std::lock_guard lock(mainThreadLock_);
+    lastUpdate_ = date;
+}
+
+}  // namespace kora

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+
+#include "controller/kora_api.h"
+#include "controller/kora_controller_settings.h"
+#include "platform/date.h"
+#include "registry/kora_db.h"
+#include "update/kora_update_delegate.h"
+
+namespace kora {
+
+// The object the daemon vends to client applications. It owns the registry,
+// drives the check sequence from a repeating timer on the default GLib main
+// context, and is the delegate of every update.
+//
+// Everything runs on the main loop's thread. The daemon serves client calls
+// while it waits for the service, so no lock is held across anything that can
+// turn the main loop.
+class KoraController : public VendedController, public KoraUpdateDelegate {
+  public:
+    // The daemon's controller: the default registry file, "/Applications", and
+    // a tick of 30 seconds (or KORAD_TICK_SECONDS).
+    KoraController();
+    explicit KoraController(KoraControllerSettings settings);
+    // Removes the timer; the registry writes its application section.
+    ~KoraController() override;
+
+    KoraController(const KoraController&) = delete;
+    KoraController& operator=(const KoraController&) = delete;
+
+    // Client operations. Every one answers as documented whatever happened.
+    bool registerClientWith(const OptionalString& identifier, const OptionalString& installationID,
+                            const OptionalString& productID, const OptionalString& appVersion,
+                            const OptionalString& bundlePath,
+                            const OptionalString& appBrand) override;
+    bool updateClient(const OptionalString& identifier, const OptionalString& bundlePath,
+                      const OptionalString& version) override;
+    bool setRoaming(bool roaming) override;
+    void forceCheck() override;
+    bool uninstall(const OptionalString& identifier) override;
+    OptionalString registerApplicationWithIdentifier(
+        const OptionalString& identifier, const OptionalString& iccid, const OptionalString& imsi,
+        const OptionalString& wlanMac, const OptionalString& mobileMac,
+        const OptionalString& software, const OptionalString& previousVersion,
+        const OptionalString& appBrand, const OptionalString& bundlePath) override;
+    OptionalString echo(const OptionalString& text) override;
+
+    // Outcomes reported by updates.
+    void downloadErrorOn(const std::shared_ptr<KoraUpdate>& update) override;
+    void downloadDidFinishFor(const std::shared_ptr<KoraUpdate>& update) override;
+    void installationErrorOn(const std::shared_ptr<KoraUpdate>& update) override;
+    void installationDidFinishFor(const std::shared_ptr<KoraUpdate>& update) override;
+
+    // One timer tick.
+    void checkSequence();
+
+    // When the last check for updates finished, and when the hourly step last
+    // ran; the epoch when it has not happened yet.
+    Date dateSinceLastCheck() const;
+    Date lastUpdate() const;
+    bool isModemRoaming() const { return isModemRoaming_; }
+    KoraDB& db() { return *db_; }
+    const std::filesystem::path& configPath() const { return configPath_; }
+
+  private:
+    void runHourlyStep();
+    void setLastUpdate(Date date);
+
+    Date dateSinceLastCheck_;
+    Date lastUpdate_;
+    unsigned timer_ = 0;  // GLib source id
+    mutable std::mutex mainThreadLock_;
+    std::filesystem::path configPath_;
+    bool isModemRoaming_ = false;
+    std::shared_ptr<const Workspace> workspace_;  // outlives db_
+    std::unique_ptr<KoraDB> db_;
+};
+
+}  // namespace kora

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+
+#include "platform/workspace.h"
+#include "registry/kora_db.h"
+
+namespace kora {
+
+// Timing of the check sequence.
+inline constexpr std::chrono::seconds kTickInterval{30};
+inline constexpr std::chrono::seconds kHourlyThreshold{3600};
+inline constexpr std::chrono::seconds kDailyThreshold{86400};
+
+// The tick interval: KORAD_TICK_SECONDS when it holds a positive whole number
+// (development and tests only), else 30 seconds.
+std::chrono::milliseconds tickIntervalFromEnvironment();
+
+// What a controller is built on. The defaults are the daemon's; tests point
+// the paths at temporary folders and hand in their own workspace and interval.
+struct KoraControllerSettings {
+    // The registry file, which also carries "LastKoraCheckDate".
+    std::filesystem::path configPath = KoraDB::kDefaultPath;
+    // Where the applications' own preference files are read.
+    std::filesystem::path preferencesFolder = KoraDB::kPreferencesFolder;
+    // None: the live workspace on "/Applications".
+    std::shared_ptr<const Workspace> workspace;
+    std::chrono::milliseconds tickInterval = tickIntervalFromEnvironment();
+};
+
+}  // namespace kora
