@@ -12,7 +12,7 @@
 #include <memory>
 #include <utility>
 
-#include "platform/plist_depth.h"
+#include "platform/plist_guard.h"
 
 namespace kora {
 

@@ -161,40 +161,56 @@ TEST(APropertyList, AcceptsNestingUpToTheLimit) {
     EXPECT_FALSE(parsePropertyList(bytesOf(nested("<array>", "</array>", kPlistMaxDepth + 1))));
 }
 
-// A binary list whose array refers to itself, and one nested deeper than the
-// limit: both are refused before libplist walks them.
-Bytes binaryArrays(std::size_t count, bool cyclic) {
+// A binary list from its objects' encoded bytes; object 0 is the root and
+// references are one byte wide.
+Bytes binaryPlist(const std::vector<Bytes>& objects) {
     Bytes bytes = bytesOf("bplist00");
     std::vector<std::uint64_t> offsets;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (const Bytes& object : objects) {
         offsets.push_back(bytes.size());
-        const bool last = i + 1 == count;
-        if (last && !cyclic) {
-            bytes.push_back(0xA0);  // empty array
-        } else {
-            bytes.push_back(0xA1);  // array of one: a 4-byte reference
-            const std::uint32_t child = last ? 0 : static_cast<std::uint32_t>(i + 1);
-            for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back((child >> shift) & 0xFF);
-        }
+        bytes.insert(bytes.end(), object.begin(), object.end());
     }
     const std::uint64_t table = bytes.size();
     for (std::uint64_t offset : offsets) {
         for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back((offset >> shift) & 0xFF);
     }
-    const std::uint64_t trailer[] = {count, 0, table};
     for (int i = 0; i < 6; ++i) bytes.push_back(0);
     bytes.push_back(4);  // offset size
     bytes.push_back(4);  // reference size
-    for (std::uint64_t field : trailer) {
+    for (std::uint64_t field : {std::uint64_t{objects.size()}, std::uint64_t{0}, table}) {
         for (int shift = 56; shift >= 0; shift -= 8) bytes.push_back((field >> shift) & 0xFF);
     }
     return bytes;
 }
 
+Bytes arrayOf(std::uint32_t child) {
+    return Bytes{0xA1, std::uint8_t(child >> 24), std::uint8_t(child >> 16),
+                 std::uint8_t(child >> 8), std::uint8_t(child)};
+}
+
+// A chain of arrays, each holding the next; the last is empty, or holds the
+// first again.
+Bytes arrayChain(std::uint32_t count, bool cyclic) {
+    std::vector<Bytes> objects;
+    for (std::uint32_t i = 0; i + 1 < count; ++i) objects.push_back(arrayOf(i + 1));
+    objects.push_back(cyclic ? arrayOf(0) : Bytes{0xA0});
+    return binaryPlist(objects);
+}
+
 TEST(APropertyList, RefusesCyclicAndDeepBinaryInput) {
-    EXPECT_TRUE(parsePropertyList(binaryArrays(10, false)));
-    EXPECT_FALSE(parsePropertyList(binaryArrays(10, true)));
-    EXPECT_FALSE(parsePropertyList(binaryArrays(100000, false)));
+    EXPECT_TRUE(parsePropertyList(arrayChain(10, false)));
+    EXPECT_FALSE(parsePropertyList(arrayChain(10, true)));
+    EXPECT_FALSE(parsePropertyList(arrayChain(100000, false)));
+}
+
+// libplist aborts the process on such keys instead of failing the parse.
+TEST(APropertyList, RefusesBinaryDictionaryKeysThatAreNotPlainStrings) {
+    const Bytes dictionary{0xD1, 0, 0, 0, 1, 0, 0, 0, 2};
+    const Bytes value{0x51, 'v'};
+    EXPECT_TRUE(parsePropertyList(binaryPlist({dictionary, {0x51, 'k'}, value})));
+    EXPECT_FALSE(parsePropertyList(binaryPlist({dictionary, {0x43, 'x', 'y', 'z'}, value})));
+    EXPECT_FALSE(parsePropertyList(binaryPlist({dictionary, {0x53, 'a', 0, 'b'}, value})));
+    EXPECT_FALSE(parsePropertyList(binaryPlist({dictionary, {0x61, 0, 0}, value})));
 }
 
 TEST(APropertyList, GivesNoValueForAMissingFileOrANonDictionaryRoot) {

@@ -1,4 +1,4 @@
-#include "platform/plist_depth.h"
+#include "platform/plist_guard.h"
 
 #include <cctype>
 #include <cstring>
@@ -110,43 +110,73 @@ private:
     }
 
     bool isContainer(std::size_t object) const {
+        const std::optional<Header> header = headerOf(object);
+        if (!header) return false;
+        return header->kind == 0xA || header->kind == 0xB || header->kind == 0xC ||
+               header->kind == 0xD;
+    }
+
+    // An object's marker byte holds its kind in the high nibble and its length
+    // in the low one, or 0xF and then the length as an integer object.
+    struct Header {
+        std::uint8_t kind;
+        std::uint64_t length;
+        std::size_t body;  // offset of the first byte after the header
+    };
+
+    std::optional<Header> headerOf(std::size_t object) const {
         const std::optional<std::size_t> at = objectOffset(object);
-        if (!at) return false;
-        const std::uint8_t kind = bytes_[*at] >> 4;
-        return kind == 0xA || kind == 0xB || kind == 0xC || kind == 0xD;
+        if (!at) return std::nullopt;
+        Header header{static_cast<std::uint8_t>(bytes_[*at] >> 4),
+                      static_cast<std::uint64_t>(bytes_[*at] & 0x0F), *at + 1};
+        if (header.length == 0x0F) {
+            const std::size_t cursor = header.body;
+            if (cursor >= tableOffset_ || (bytes_[cursor] >> 4) != 0x1) return std::nullopt;
+            const std::size_t size = std::size_t{1} << (bytes_[cursor] & 0x3);
+            if (cursor + 1 + size > tableOffset_) return std::nullopt;
+            header.length = readNumber(cursor + 1, size);
+            header.body = cursor + 1 + size;
+        }
+        return header;
     }
 
     // The objects an array, set or dictionary refers to; none for scalars.
     std::optional<std::vector<std::size_t>> childrenOf(std::size_t object) const {
-        const std::optional<std::size_t> at = objectOffset(object);
-        if (!at) return std::nullopt;
-        const std::uint8_t marker = bytes_[*at];
-        const std::uint8_t kind = marker >> 4;
+        const std::optional<Header> header = headerOf(object);
+        if (!header) return std::nullopt;
+        const std::uint8_t kind = header->kind;
         if (kind != 0xA && kind != 0xB && kind != 0xC && kind != 0xD) {
             return std::vector<std::size_t>{};
         }
-        std::size_t cursor = *at + 1;
-        std::uint64_t count = marker & 0x0F;
-        if (count == 0x0F) {
-            if (cursor >= tableOffset_ || (bytes_[cursor] >> 4) != 0x1) return std::nullopt;
-            const std::size_t size = std::size_t{1} << (bytes_[cursor] & 0x3);
-            if (cursor + 1 + size > tableOffset_) return std::nullopt;
-            count = readNumber(cursor + 1, size);
-            cursor += 1 + size;
-        }
+        std::uint64_t count = header->length;
         if (kind == 0xD) {
             if (count > std::numeric_limits<std::uint64_t>::max() / 2) return std::nullopt;
             count *= 2;
         }
-        if (count > (tableOffset_ - cursor) / refSize_) return std::nullopt;
+        if (count > (tableOffset_ - header->body) / refSize_) return std::nullopt;
         std::vector<std::size_t> children;
         children.reserve(static_cast<std::size_t>(count));
         for (std::uint64_t i = 0; i < count; ++i) {
-            const std::uint64_t ref = readNumber(cursor + i * refSize_, refSize_);
+            const std::uint64_t ref = readNumber(header->body + i * refSize_, refSize_);
             if (ref >= count_) return std::nullopt;
+            const bool isKey = kind == 0xD && i < count / 2;
+            if (isKey && !isPlainKey(static_cast<std::size_t>(ref))) return std::nullopt;
             children.push_back(static_cast<std::size_t>(ref));
         }
         return children;
+    }
+
+    // libplist asserts (and so aborts the process) on a dictionary key that is
+    // not a string or holds a NUL character, so such files are refused here.
+    bool isPlainKey(std::size_t object) const {
+        const std::optional<Header> header = headerOf(object);
+        if (!header || (header->kind != 0x5 && header->kind != 0x6)) return false;
+        const std::size_t unit = header->kind == 0x6 ? 2 : 1;
+        if (header->length > (tableOffset_ - header->body) / unit) return false;
+        for (std::uint64_t i = 0; i < header->length; ++i) {
+            if (readNumber(header->body + i * unit, unit) == 0) return false;
+        }
+        return true;
     }
 
     std::span<const std::uint8_t> bytes_;
