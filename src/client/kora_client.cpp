@@ -1,0 +1,161 @@
+#include "client/kora_client.h"
+
+#include <initializer_list>
+#include <vector>
+
+#include "platform/korad_bus_names.h"
+#include "platform/logging.h"
+
+namespace kora {
+namespace {
+
+using OptionalString = KoraClient::OptionalString;
+
+// A nullable string on the wire: an array of zero (absent) or one element.
+GVariant* nullableString(const OptionalString& text) {
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE_STRING_ARRAY);
+    if (text) g_variant_builder_add(&builder, "s", text->c_str());
+    return g_variant_builder_end(&builder);
+}
+
+GVariant* nullableStrings(std::initializer_list<const OptionalString*> texts) {
+    std::vector<GVariant*> children;
+    for (const OptionalString* text : texts) children.push_back(nullableString(*text));
+    return g_variant_new_tuple(children.data(), children.size());
+}
+
+bool isNotRunning(const GError* error) {
+    return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
+           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER);
+}
+
+bool isNoAnswer(const GError* error) {
+    return g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ||
+           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) ||
+           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_TIMEOUT);
+}
+
+std::string describeCallError(const char* member, GError* error) {
+    if (isNotRunning(error))
+        return stringWithFormat("the Korad daemon is not running: no process owns %s on the bus",
+                                kKoradBusName);
+    if (isNoAnswer(error))
+        return stringWithFormat("the Korad daemon did not answer %s: %s", member, error->message);
+    if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CLOSED))
+        return "the connection to the bus was closed";
+    g_autofree gchar* remoteName = g_dbus_error_get_remote_error(error);
+    g_dbus_error_strip_remote_error(error);
+    return stringWithFormat("%s failed: %s%s%s%s", member, error->message, remoteName ? " (" : "",
+                            remoteName ? remoteName : "", remoteName ? ")" : "");
+}
+
+GDBusConnection* connectTo(const std::optional<std::string>& busAddress) {
+    g_autoptr(GError) error = nullptr;
+    g_autofree gchar* address =
+        busAddress ? g_strdup(busAddress->c_str())
+                   : g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    if (address == nullptr)
+        throw KoraClientError(stringWithFormat("cannot find the system bus: %s", error->message));
+    // A connection of our own: the client can be made and dropped at will
+    // without touching the process-wide bus singletons.
+    GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
+        address,
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, &error);
+    if (connection == nullptr)
+        throw KoraClientError(
+            stringWithFormat("cannot connect to the bus at %s: %s", address, error->message));
+    return connection;
+}
+
+}  // namespace
+
+KoraClient::KoraClient(const std::optional<std::string>& busAddress)
+    : connection_(connectTo(busAddress), g_object_unref) {}
+
+KoraClient::~KoraClient() {
+    // Flushes nothing (every call waited for its reply) but stops GDBus's
+    // worker from keeping the socket open after we are gone.
+    g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
+}
+
+GVariant* KoraClient::call(const char* member, GVariant* arguments, const char* replyType) {
+    g_autoptr(GError) error = nullptr;
+    GVariant* reply = g_dbus_connection_call_sync(
+        connection_.get(), kKoradBusName, kKoradObjectPath, kKoradInterface, member, arguments,
+        G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+    if (reply == nullptr) throw KoraClientError(describeCallError(member, error));
+    return reply;
+}
+
+bool KoraClient::callForBoolean(const char* member, GVariant* arguments) {
+    g_autoptr(GVariant) reply = call(member, arguments, "(b)");
+    gboolean result = FALSE;
+    g_variant_get(reply, "(b)", &result);
+    return result;
+}
+
+OptionalString KoraClient::callForString(const char* member, GVariant* arguments) {
+    g_autoptr(GVariant) reply = call(member, arguments, "(as)");
+    g_autoptr(GVariant) array = g_variant_get_child_value(reply, 0);
+    const gsize count = g_variant_n_children(array);
+    if (count > 1)
+        throw KoraClientError(
+            stringWithFormat("%s answered %zu strings where a nullable string holds at most one",
+                             member, static_cast<std::size_t>(count)));
+    if (count == 0) return std::nullopt;
+    g_autoptr(GVariant) element = g_variant_get_child_value(array, 0);
+    gsize length = 0;
+    const gchar* text = g_variant_get_string(element, &length);
+    return std::string(text, length);
+}
+
+bool KoraClient::registerClientWith(const OptionalString& identifier,
+                                    const OptionalString& installationID,
+                                    const OptionalString& productID,
+                                    const OptionalString& appVersion,
+                                    const OptionalString& bundlePath,
+                                    const OptionalString& appBrand) {
+    return callForBoolean(
+        "registerClientWith_installationID_productID_appVersion_bundlePath_appBrand",
+        nullableStrings(
+            {&identifier, &installationID, &productID, &appVersion, &bundlePath, &appBrand}));
+}
+
+bool KoraClient::updateClient(const OptionalString& identifier, const OptionalString& bundlePath,
+                              const OptionalString& version) {
+    return callForBoolean("updateClient_withBundePath_andVersion",
+                          nullableStrings({&identifier, &bundlePath, &version}));
+}
+
+bool KoraClient::setRoaming(bool roaming) {
+    return callForBoolean("setRoaming", g_variant_new("(b)", roaming));
+}
+
+void KoraClient::forceCheck() {
+    g_variant_unref(call("forceCheck", nullptr, "()"));
+}
+
+bool KoraClient::uninstall(const OptionalString& identifier) {
+    return callForBoolean("uninstall", nullableStrings({&identifier}));
+}
+
+OptionalString KoraClient::registerApplicationWithIdentifier(
+    const OptionalString& identifier, const OptionalString& iccid, const OptionalString& imsi,
+    const OptionalString& wlanMac, const OptionalString& mobileMac, const OptionalString& software,
+    const OptionalString& previousVersion, const OptionalString& appBrand,
+    const OptionalString& bundlePath) {
+    return callForString(
+        "registerApplicationWithIdentifier_usingIccid_imsi_wlanMac_mobileMac_software_"
+        "previousVersion_appBrand_bundlePath",
+        nullableStrings({&identifier, &iccid, &imsi, &wlanMac, &mobileMac, &software,
+                         &previousVersion, &appBrand, &bundlePath}));
+}
+
+OptionalString KoraClient::echo(const OptionalString& text) {
+    return callForString("echo", nullableStrings({&text}));
+}
+
+}  // namespace kora

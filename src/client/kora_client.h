@@ -1,0 +1,62 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace kora {
+
+// Why a call did not get its answer: no bus, no daemon on it, no reply in
+// time, or an error the daemon sent back. The message says which, for people.
+class KoraClientError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// A client application's handle on the daemon: one method per operation of
+// com.olvara.Korad on the system bus. An absent string (std::nullopt) differs
+// from an empty one and travels as such.
+//
+// Calls block until the daemon answers (at most the bus's default 25 s), so do
+// not call from a thread that must itself turn the daemon's main loop. Every
+// method throws KoraClientError when the call fails.
+class KoraClient {
+  public:
+    using OptionalString = std::optional<std::string>;
+
+    // Connects to the bus at `busAddress`, or to the system bus (the one
+    // DBUS_SYSTEM_BUS_ADDRESS names, if set) when none is given.
+    explicit KoraClient(const std::optional<std::string>& busAddress = std::nullopt);
+    ~KoraClient();
+
+    KoraClient(const KoraClient&) = delete;
+    KoraClient& operator=(const KoraClient&) = delete;
+
+    bool registerClientWith(const OptionalString& identifier, const OptionalString& installationID,
+                            const OptionalString& productID, const OptionalString& appVersion,
+                            const OptionalString& bundlePath, const OptionalString& appBrand);
+    bool updateClient(const OptionalString& identifier, const OptionalString& bundlePath,
+                      const OptionalString& version);
+    bool setRoaming(bool roaming);
+    void forceCheck();
+    bool uninstall(const OptionalString& identifier);
+    OptionalString registerApplicationWithIdentifier(
+        const OptionalString& identifier, const OptionalString& iccid, const OptionalString& imsi,
+        const OptionalString& wlanMac, const OptionalString& mobileMac,
+        const OptionalString& software, const OptionalString& previousVersion,
+        const OptionalString& appBrand, const OptionalString& bundlePath);
+    OptionalString echo(const OptionalString& text);
+
+  private:
+    // Sends one call and returns its reply, whose type GDBus has checked.
+    GVariant* call(const char* member, GVariant* arguments, const char* replyType);
+    bool callForBoolean(const char* member, GVariant* arguments);
+    OptionalString callForString(const char* member, GVariant* arguments);
+
+    std::unique_ptr<GDBusConnection, decltype(&g_object_unref)> connection_;
+};
+
+}  // namespace kora
