@@ -1,0 +1,328 @@
+#include "services/http_exchange.h"
+
+#include <glib.h>
+#include <libsoup/soup.h>
+#include <strings.h>
+
+#include <cstring>
+
+#include "platform/logging.h"
+
+namespace kora {
+namespace {
+
+// Bodies are read in pieces this large, so a reply is refused as soon as it
+// has grown past what the delegate accepts.
+constexpr gsize kReadChunkBytes = 64 * 1024;
+
+struct GErrorFree {
+    void operator()(GError* error) const { g_error_free(error); }
+};
+using ErrorPtr = std::unique_ptr<GError, GErrorFree>;
+
+template <typename T>
+struct GObjectUnref {
+    void operator()(T* object) const { g_object_unref(object); }
+};
+template <typename T>
+using ObjectPtr = std::unique_ptr<T, GObjectUnref<T>>;
+
+struct GUriUnref {
+    void operator()(GUri* uri) const { g_uri_unref(uri); }
+};
+using UriPtr = std::unique_ptr<GUri, GUriUnref>;
+
+struct GBytesUnref {
+    void operator()(GBytes* bytes) const { g_bytes_unref(bytes); }
+};
+using BytesPtr = std::unique_ptr<GBytes, GBytesUnref>;
+
+ServiceError errorFrom(const GError* error) {
+    return ServiceError{g_quark_to_string(error->domain), error->code, error->message};
+}
+
+// libsoup treats a header it cannot send as a programming error; such a
+// header (a line break in a value, say) is left out instead.
+bool sendableHeader(const std::string& name, const std::string& value) {
+    return !name.empty() && name.find_first_of(" \t\r\n:") == std::string::npos &&
+           value.find_first_of("\r\n") == std::string::npos;
+}
+
+std::optional<std::string> checkedHttpUri(const std::string& url, UriPtr& uri) {
+    GError* raw = nullptr;
+    uri.reset(g_uri_parse(url.c_str(), static_cast<GUriFlags>(SOUP_HTTP_URI_FLAGS), &raw));
+    const ErrorPtr error(raw);
+    if (!uri) return error ? error->message : "Invalid URL";
+    const char* scheme = g_uri_get_scheme(uri.get());
+    const char* host = g_uri_get_host(uri.get());
+    const bool http = scheme && (g_ascii_strcasecmp(scheme, "http") == 0 ||
+                                 g_ascii_strcasecmp(scheme, "https") == 0);
+    if (!http || host == nullptr || *host == '\0') return "Not an HTTP or HTTPS URL: " + url;
+    return std::nullopt;
+}
+
+HttpHeaders headerList(SoupMessageHeaders* headers) {
+    HttpHeaders list;
+    SoupMessageHeadersIter iter;
+    soup_message_headers_iter_init(&iter, headers);
+    const char* name = nullptr;
+    const char* value = nullptr;
+    while (soup_message_headers_iter_next(&iter, &name, &value)) list.emplace_back(name, value);
+    return list;
+}
+
+std::vector<HttpCookie> cookiesOf(SoupMessage* message) {
+    std::vector<HttpCookie> cookies;
+    GSList* list = soup_cookies_from_response(message);
+    for (GSList* item = list; item != nullptr; item = item->next) {
+        auto* cookie = static_cast<SoupCookie*>(item->data);
+        const char* domain = soup_cookie_get_domain(cookie);
+        const char* path = soup_cookie_get_path(cookie);
+        cookies.push_back({soup_cookie_get_name(cookie), soup_cookie_get_value(cookie),
+                           domain ? domain : "", path ? path : ""});
+    }
+    soup_cookies_free(list);
+    return cookies;
+}
+
+HttpReplyHead replyHead(SoupMessage* message) {
+    SoupMessageHeaders* headers = soup_message_get_response_headers(message);
+    HttpReplyHead head;
+    head.status = soup_message_get_status(message);
+    head.headers = headerList(headers);
+    if (const char* type = soup_message_headers_get_one(headers, "Content-Type")) {
+        head.contentType = type;
+    }
+    if (soup_message_headers_get_encoding(headers) == SOUP_ENCODING_CONTENT_LENGTH) {
+        head.contentLength = soup_message_headers_get_content_length(headers);
+    }
+    head.cookies = cookiesOf(message);
+    return head;
+}
+
+class SoupExchange final : public HttpExchange, public std::enable_shared_from_this<SoupExchange> {
+  public:
+    explicit SoupExchange(std::shared_ptr<HttpExchangeDelegate> delegate)
+        : delegate_(std::move(delegate)) {}
+
+    ~SoupExchange() override {
+        if (message_) g_signal_handlers_disconnect_by_data(message_.get(), this);
+    }
+
+    void begin(const HttpRequest& request);
+    void detach() override { delegate_.reset(); }
+
+  private:
+    // Each pending libsoup call holds the exchange, so a callback never finds
+    // it gone.
+    using Holder = std::shared_ptr<SoupExchange>;
+    gpointer hold() { return new Holder(shared_from_this()); }
+
+    bool buildMessage(const HttpRequest& request, GUri* uri);
+    void attachBody(const std::string& body);
+    void failLater(ServiceError error);
+    void readNextChunk();
+    void stopReading();
+    void fail(const ServiceError& error);
+    void finish();
+
+    static gboolean onAuthenticate(SoupMessage*, SoupAuth* auth, gboolean retrying, gpointer data);
+    static void onSent(GObject* source, GAsyncResult* result, gpointer data);
+    static void onChunk(GObject* source, GAsyncResult* result, gpointer data);
+    void sent(GAsyncResult* result);
+    void chunkRead(GAsyncResult* result);
+
+    std::shared_ptr<HttpExchangeDelegate> delegate_;
+    ObjectPtr<SoupSession> session_;
+    ObjectPtr<SoupMessage> message_;
+    ObjectPtr<GInputStream> body_;
+    std::optional<ServiceError> pendingError_;
+};
+
+void SoupExchange::begin(const HttpRequest& request) {
+    UriPtr uri;
+    if (const auto problem = checkedHttpUri(request.url, uri)) {
+        failLater(
+            ServiceError{g_quark_to_string(G_IO_ERROR), G_IO_ERROR_INVALID_ARGUMENT, *problem});
+        return;
+    }
+    // A session per exchange: its time-out is fixed when it is built, and no
+    // connection is shared with (or held by) another exchange. Without a
+    // cookie jar or cache feature, cookies are only what the caller sends.
+    session_.reset(soup_session_new_with_options("timeout", request.timeoutSeconds, nullptr));
+    if (!buildMessage(request, uri.get())) return;
+    g_signal_connect(message_.get(), "authenticate", G_CALLBACK(onAuthenticate), this);
+    soup_session_send_async(session_.get(), message_.get(), G_PRIORITY_DEFAULT, nullptr, onSent,
+                            hold());
+}
+
+bool SoupExchange::buildMessage(const HttpRequest& request, GUri* uri) {
+    message_.reset(soup_message_new_from_uri("POST", uri));
+    if (!message_) {
+        failLater(ServiceError{g_quark_to_string(G_IO_ERROR), G_IO_ERROR_INVALID_ARGUMENT,
+                               "Invalid URL: " + request.url});
+        return false;
+    }
+    SoupMessageHeaders* headers = soup_message_get_request_headers(message_.get());
+    bool bodyAttached = false;
+    for (const auto& [name, value] : request.headers) {
+        if (g_ascii_strcasecmp(name.c_str(), "Content-Length") == 0) {
+            attachBody(request.body);
+            bodyAttached = true;
+        } else if (sendableHeader(name, value)) {
+            soup_message_headers_append(headers, name.c_str(), value.c_str());
+        }
+    }
+    if (!bodyAttached) attachBody(request.body);
+    return true;
+}
+
+// Never a Content-Length of our own (a wrong one silently cuts the body), and
+// no content type here so that the caller's Content-Type stays.
+void SoupExchange::attachBody(const std::string& body) {
+    const BytesPtr bytes(g_bytes_new(body.data(), body.size()));
+    soup_message_set_request_body_from_bytes(message_.get(), nullptr, bytes.get());
+}
+
+void SoupExchange::failLater(ServiceError error) {
+    pendingError_ = std::move(error);
+    g_idle_add_full(
+        G_PRIORITY_DEFAULT,
+        [](gpointer data) -> gboolean {
+            const Holder& self = *static_cast<Holder*>(data);
+            self->fail(*self->pendingError_);
+            return G_SOURCE_REMOVE;
+        },
+        hold(), [](gpointer data) { delete static_cast<Holder*>(data); });
+}
+
+gboolean SoupExchange::onAuthenticate(SoupMessage*, SoupAuth* auth, gboolean retrying,
+                                      gpointer data) {
+    auto* self = static_cast<SoupExchange*>(data);
+    const std::shared_ptr<HttpExchangeDelegate> delegate = self->delegate_;
+    if (!delegate) return FALSE;
+    try {
+        const std::optional<HttpCredential> credential =
+            delegate->didReceiveAuthenticationChallenge(retrying);
+        // Left unanswered, libsoup ends the exchange with the server's 401.
+        if (!credential) return FALSE;
+        soup_auth_authenticate(auth, credential->user.value_or("").c_str(),
+                               credential->password.value_or("").c_str());
+        return TRUE;
+    } catch (...) {
+        logError("Exception while answering an authentication challenge");
+        return FALSE;
+    }
+}
+
+void SoupExchange::onSent(GObject*, GAsyncResult* result, gpointer data) {
+    const std::unique_ptr<Holder> self(static_cast<Holder*>(data));
+    (*self)->sent(result);
+}
+
+void SoupExchange::sent(GAsyncResult* result) {
+    GError* raw = nullptr;
+    body_.reset(soup_session_send_finish(session_.get(), result, &raw));
+    const ErrorPtr error(raw);
+    if (!delegate_) return stopReading();
+    if (error) return fail(errorFrom(error.get()));
+    // The delegate may detach itself while it is being told; the copy keeps
+    // it alive until it returns.
+    const std::shared_ptr<HttpExchangeDelegate> delegate = delegate_;
+    bool goOn = false;
+    try {
+        goOn = delegate->didReceiveResponse(replyHead(message_.get()));
+    } catch (...) {
+        return fail(ServiceError{g_quark_to_string(G_IO_ERROR), G_IO_ERROR_FAILED,
+                                 "Exception while reading the reply head"});
+    }
+    if (!goOn) {
+        delegate_.reset();
+        return stopReading();
+    }
+    readNextChunk();
+}
+
+void SoupExchange::readNextChunk() {
+    g_input_stream_read_bytes_async(body_.get(), kReadChunkBytes, G_PRIORITY_DEFAULT, nullptr,
+                                    onChunk, hold());
+}
+
+void SoupExchange::onChunk(GObject*, GAsyncResult* result, gpointer data) {
+    const std::unique_ptr<Holder> self(static_cast<Holder*>(data));
+    (*self)->chunkRead(result);
+}
+
+void SoupExchange::chunkRead(GAsyncResult* result) {
+    GError* raw = nullptr;
+    const BytesPtr bytes(g_input_stream_read_bytes_finish(body_.get(), result, &raw));
+    const ErrorPtr error(raw);
+    if (!delegate_) return stopReading();
+    if (error) return fail(errorFrom(error.get()));
+    gsize size = 0;
+    const auto* data = static_cast<const char*>(g_bytes_get_data(bytes.get(), &size));
+    if (size == 0) return finish();
+    const std::shared_ptr<HttpExchangeDelegate> delegate = delegate_;
+    bool goOn = false;
+    try {
+        goOn = delegate->didReceiveData(std::string_view(data, size));
+    } catch (...) {
+        return fail(ServiceError{g_quark_to_string(G_IO_ERROR), G_IO_ERROR_FAILED,
+                                 "Exception while reading the reply body"});
+    }
+    if (!goOn) {
+        delegate_.reset();
+        return stopReading();
+    }
+    readNextChunk();
+}
+
+// Closing a body stream that was not read to its end would read the rest
+// first (blocking); aborting the session drops the connection instead.
+void SoupExchange::stopReading() {
+    if (body_ && !g_input_stream_is_closed(body_.get())) soup_session_abort(session_.get());
+    body_.reset();
+}
+
+void SoupExchange::fail(const ServiceError& error) {
+    const std::shared_ptr<HttpExchangeDelegate> delegate = std::move(delegate_);
+    stopReading();
+    if (!delegate) return;
+    try {
+        delegate->didFailWithError(error);
+    } catch (...) {
+        logError("Exception while reporting a failed exchange");
+    }
+}
+
+void SoupExchange::finish() {
+    const std::shared_ptr<HttpExchangeDelegate> delegate = std::move(delegate_);
+    body_.reset();
+    try {
+        delegate->connectionDidFinishLoading();
+    } catch (...) {
+        logError("Exception while reading a finished exchange");
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<HttpExchange> HttpExchange::start(const HttpRequest& request,
+                                                  std::shared_ptr<HttpExchangeDelegate> delegate) {
+    auto exchange = std::make_shared<SoupExchange>(std::move(delegate));
+    exchange->begin(request);
+    return exchange;
+}
+
+std::optional<std::string> hostOfUrl(const std::string& url) {
+    UriPtr uri;
+    if (checkedHttpUri(url, uri)) return std::nullopt;
+    return std::string(g_uri_get_host(uri.get()));
+}
+
+std::string standardReasonPhrase(unsigned status) {
+    const char* phrase = soup_status_get_phrase(status);
+    return phrase ? phrase : "";
+}
+
+}  // namespace kora

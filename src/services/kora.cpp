@@ -1,0 +1,32 @@
+#include "services/kora.h"
+
+#include <cstdlib>
+#include <mutex>
+
+#include "services/service_settings.h"
+#include "services/soap_binding.h"
+#include "services/us_globals.h"
+
+namespace kora {
+
+std::string KoraServiceAddress() {
+    const char* override = std::getenv("KORAD_SERVICE_ADDRESS");
+    return override != nullptr && *override != '\0' ? override : kDefaultKoraServiceAddress;
+}
+
+void KORA::initialize() {
+    static std::once_flag once;
+    std::call_once(once, registerStandardNamespaces);
+}
+
+std::shared_ptr<kora::KORASoapBinding> KORA::KORASoapBinding() {
+    initialize();
+    return std::make_shared<kora::KORASoapBinding>(KoraServiceAddress());
+}
+
+std::shared_ptr<kora::KORASoap12Binding> KORA::KORASoap12Binding() {
+    initialize();
+    return std::make_shared<kora::KORASoap12Binding>(KoraServiceAddress());
+}
+
+}  // namespace kora

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace kora {
+
+// The update service's endpoint as built in; the host is a build setting.
+inline constexpr const char* kDefaultKoraServiceAddress =
+    "https://" KORA_SERVICE_HOST "/telso/cm/webservices/kora2.asmx";
+
+// The endpoint the factories use: the built-in address, or the value of
+// KORAD_SERVICE_ADDRESS when that is set (development and tests only).
+std::string KoraServiceAddress();
+
+inline constexpr const char* kKoraUserAgent = "Tarvo/0.2 OSX";
+inline constexpr double kKoraDefaultTimeoutSeconds = 10;
+
+// Replies are read into memory whole; anything larger is refused unread.
+inline constexpr std::size_t kMaxReplyBodyBytes = 4 * 1024 * 1024;
+
+}  // namespace kora

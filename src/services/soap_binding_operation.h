@@ -1,0 +1,123 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "services/http_exchange.h"
+#include "services/kora_operations.h"
+#include "services/soap_binding_response.h"
+#include "services/soap_reply.h"
+
+namespace kora {
+
+class SoapBinding;
+
+// One call in flight: it writes the envelope, follows the HTTP exchange and
+// fills its response. It completes exactly once, on every path (reply read,
+// unreadable reply, refused content type, transport failure, second
+// authentication challenge, oversized reply), and only then tells its
+// delegate. The exchange holds the operation until that moment.
+class KORASoapBindingOperation : public HttpExchangeDelegate,
+                                 public std::enable_shared_from_this<KORASoapBindingOperation> {
+  public:
+    using Delegate = KORASoapBindingResponseDelegate;
+
+    KORASoapBindingOperation(std::shared_ptr<SoapBinding> binding, Delegate* delegate);
+
+    SoapBinding& binding() const { return *binding_; }
+    const std::shared_ptr<KORASoapBindingResponse>& response() const { return response_; }
+    Delegate* delegate() const { return delegate_; }
+    void setDelegate(Delegate* delegate) { delegate_ = delegate; }
+    // The reply body received so far; absent until the first bytes.
+    const std::optional<std::string>& responseData() const { return responseData_; }
+    bool isFinished() const { return finished_; }
+
+    // Writes the envelope and sends it; the answer comes through the main loop.
+    void main();
+
+    // What each operation knows of itself.
+    virtual std::string_view operationName() const = 0;
+    virtual std::string_view responseElementName() const = 0;
+    virtual const KoraRecord* parameterRecord() const = 0;
+    virtual ResponseReader responseReader() const = 0;
+    // The service namespace, "/" and the operation name.
+    std::string soapAction() const;
+
+    void setUrlConnection(std::shared_ptr<HttpExchange> connection);
+
+    // The exchange's reports.
+    std::optional<HttpCredential> didReceiveAuthenticationChallenge(bool retrying) override;
+    bool didReceiveResponse(const HttpReplyHead& head) override;
+    bool didReceiveData(std::string_view chunk) override;
+    void didFailWithError(const ServiceError& error) override;
+    void connectionDidFinishLoading() override;
+
+  private:
+    std::optional<ServiceError> contentTypeError(const HttpReplyHead& head) const;
+    ServiceError tooLargeError() const;
+    void readReplyBody();
+    void complete();
+
+    std::shared_ptr<SoapBinding> binding_;
+    std::shared_ptr<KORASoapBindingResponse> response_;
+    Delegate* delegate_;
+    std::optional<std::string> responseData_;
+    std::shared_ptr<HttpExchange> urlConnection_;
+    bool finished_ = false;
+};
+
+// The operation subclass of one service operation, holding its request record.
+template <typename Operation>
+class KoraBindingOperation final : public KORASoapBindingOperation {
+  public:
+    using Request = typename Operation::Request;
+    using Response = typename Operation::Response;
+
+    KoraBindingOperation(std::shared_ptr<SoapBinding> binding, Delegate* delegate,
+                         std::optional<Request> parameters)
+        : KORASoapBindingOperation(std::move(binding), delegate),
+          parameters_(std::move(parameters)) {}
+
+    const std::optional<Request>& parameters() const { return parameters_; }
+    void setParameters(std::optional<Request> parameters) { parameters_ = std::move(parameters); }
+
+    std::string_view operationName() const override { return Operation::kName; }
+    std::string_view responseElementName() const override { return Operation::kResponseElement; }
+    const KoraRecord* parameterRecord() const override {
+        return parameters_ ? &*parameters_ : nullptr;
+    }
+    ResponseReader responseReader() const override {
+        return [](xmlNodePtr element) -> std::shared_ptr<const KoraRecord> {
+            return std::make_shared<Response>(Response::deserializeNode(element));
+        };
+    }
+
+  private:
+    std::optional<Request> parameters_;
+};
+
+// Both binding kinds send the same operations; the kind shows only in the
+// error domains, which the operation takes from its binding.
+using KORASoap12BindingOperation = KORASoapBindingOperation;
+
+using KORASoapBinding_Check = KoraBindingOperation<CheckOperation>;
+using KORASoapBinding_DownloadError = KoraBindingOperation<DownloadErrorOperation>;
+using KORASoapBinding_InstallError = KoraBindingOperation<InstallErrorOperation>;
+using KORASoapBinding_DownloadComplete = KoraBindingOperation<DownloadCompleteOperation>;
+using KORASoapBinding_InstallComplete = KoraBindingOperation<InstallCompleteOperation>;
+using KORASoapBinding_DownloadCancel = KoraBindingOperation<DownloadCancelOperation>;
+using KORASoapBinding_InstallCancel = KoraBindingOperation<InstallCancelOperation>;
+using KORASoapBinding_Uninstall = KoraBindingOperation<UninstallOperation>;
+
+using KORASoap12Binding_Check = KORASoapBinding_Check;
+using KORASoap12Binding_DownloadError = KORASoapBinding_DownloadError;
+using KORASoap12Binding_InstallError = KORASoapBinding_InstallError;
+using KORASoap12Binding_DownloadComplete = KORASoapBinding_DownloadComplete;
+using KORASoap12Binding_InstallComplete = KORASoapBinding_InstallComplete;
+using KORASoap12Binding_DownloadCancel = KORASoapBinding_DownloadCancel;
+using KORASoap12Binding_InstallCancel = KORASoapBinding_InstallCancel;
+using KORASoap12Binding_Uninstall = KORASoapBinding_Uninstall;
+
+}  // namespace kora
