@@ -1,0 +1,250 @@
+#include "update/tq_plist_extractor.h"
+
+#include <elf.h>
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "daemon/embedded_plists.h"
+#include "platform/mapped_file.h"
+#include "platform/own_executable.h"
+
+namespace kora {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+constexpr bool kHostBig = std::endian::native == std::endian::big;
+
+std::string plist(const std::string& label) {
+    return "<plist version=\"1.0\"><dict><key>Label</key><string>" + label +
+           "</string></dict></plist>";
+}
+
+// Appends fields in a chosen byte order; Mach-O images use host order, fat headers big.
+struct Out {
+    bool big = kHostBig;
+    Bytes bytes;
+    void u32(std::uint32_t v) {
+        for (int i = 0; i < 4; ++i) bytes.push_back(v >> (big ? 24 - 8 * i : 8 * i));
+    }
+    void u64(std::uint64_t v) {
+        u32(static_cast<std::uint32_t>(big ? v >> 32 : v));
+        u32(static_cast<std::uint32_t>(big ? v : v >> 32));
+    }
+    void word(bool wide, std::uint64_t v) { wide ? u64(v) : u32(static_cast<std::uint32_t>(v)); }
+    void name(std::string s) { s.resize(16, '\0'), bytes.insert(bytes.end(), s.begin(), s.end()); }
+};
+
+struct Sect {
+    std::string segment, name, data;
+};
+
+// One segment command per section; the section data follows all commands, last in the file.
+Bytes machO(bool wide, const std::vector<Sect>& sects, bool big = kHostBig) {
+    const std::uint32_t cmdsize = wide ? 72 + 80 : 56 + 68;
+    Out out{big, {}};
+    for (std::uint32_t v : {wide ? 0xfeedfacfu : 0xfeedfaceu, 7u, 3u, 2u}) out.u32(v);
+    out.u32(sects.size()), out.u32(sects.size() * cmdsize), out.u32(0);
+    if (wide) out.u32(0);
+    std::uint64_t dataAt = out.bytes.size() + sects.size() * cmdsize;
+    for (const Sect& s : sects) {
+        out.u32(wide ? 0x19 : 0x1), out.u32(cmdsize), out.name(s.segment);
+        for (int i = 0; i < 4; ++i) out.word(wide, 0);
+        out.u32(7), out.u32(5), out.u32(1), out.u32(0);
+        out.name(s.name), out.name(s.segment), out.word(wide, 0), out.word(wide, s.data.size());
+        out.u32(dataAt);
+        for (int i = 0; i < (wide ? 7 : 6); ++i) out.u32(0);
+        dataAt += s.data.size();
+    }
+    for (const Sect& s : sects) out.bytes.insert(out.bytes.end(), s.data.begin(), s.data.end());
+    return out.bytes;
+}
+
+// Slices follow the table at offsets aligned to 16 bytes.
+Bytes fat(const std::vector<Bytes>& slices, std::uint32_t firstOffset = 0) {
+    Out out{true, {}};
+    out.u32(0xcafebabe), out.u32(slices.size());
+    std::uint32_t at = 8 + 20 * slices.size();
+    for (const Bytes& slice : slices) {
+        at = (at + 15) / 16 * 16;
+        out.u32(7), out.u32(3), out.u32(firstOffset ? firstOffset : at), out.u32(slice.size()),
+            out.u32(4);
+        at += slice.size(), firstOffset = 0;
+    }
+    for (const Bytes& slice : slices) {
+        out.bytes.resize((out.bytes.size() + 15) / 16 * 16);
+        out.bytes.insert(out.bytes.end(), slice.begin(), slice.end());
+    }
+    return out.bytes;
+}
+
+// Headers, then the name table, then the one named section's data, last in the file.
+template <bool kWide>
+Bytes elf(const std::string& name, const std::string& data, std::uint32_t type = SHT_PROGBITS,
+          unsigned char order = kHostBig ? ELFDATA2MSB : ELFDATA2LSB) {
+    using Ehdr = std::conditional_t<kWide, Elf64_Ehdr, Elf32_Ehdr>;
+    using Shdr = std::conditional_t<kWide, Elf64_Shdr, Elf32_Shdr>;
+    const std::string names = std::string("\0.shstrtab\0", 11) + name + '\0';
+    Ehdr header{};
+    std::memcpy(header.e_ident, ELFMAG, SELFMAG);
+    header.e_ident[EI_CLASS] = kWide ? ELFCLASS64 : ELFCLASS32;
+    header.e_ident[EI_DATA] = order;
+    header.e_shoff = sizeof(Ehdr), header.e_shentsize = sizeof(Shdr);
+    header.e_shnum = 3, header.e_shstrndx = 1;
+    Shdr sections[3]{};
+    sections[1].sh_name = 1, sections[1].sh_type = SHT_STRTAB;
+    sections[1].sh_offset = sizeof(Ehdr) + sizeof sections, sections[1].sh_size = names.size();
+    sections[2].sh_name = 11, sections[2].sh_type = type;
+    sections[2].sh_offset = sections[1].sh_offset + names.size(), sections[2].sh_size = data.size();
+    const auto* first = reinterpret_cast<const std::uint8_t*>(&header);
+    Bytes out(first, first + sizeof header);
+    first = reinterpret_cast<const std::uint8_t*>(sections);
+    out.insert(out.end(), first, first + sizeof sections);
+    out.insert(out.end(), names.begin(), names.end());
+    out.insert(out.end(), data.begin(), data.end());
+    return out;
+}
+
+Bytes m32(const std::vector<Sect>& sects, bool big = kHostBig) {
+    return machO(false, sects, big);
+}
+Bytes m64(const std::vector<Sect>& sects, bool big = kHostBig) {
+    return machO(true, sects, big);
+}
+
+Bytes patched(Bytes file, std::size_t at, std::uint32_t value) {
+    std::memcpy(file.data() + at, &value, 4);  // host order
+    return file;
+}
+
+const Sect kJob32{"__TEXT", "__launchd_plist", plist("thin32")};
+const Sect kJob64{"__TEXT", "__launchd_plist", plist("thin64")};
+const Sect kCode{"__TEXT", "__text", "code"};
+const Sect kData{"__DATA", "__data", "data"};
+const std::string kElfName = "__TEXT,__launchd_plist";
+constexpr unsigned char kOtherOrder = kHostBig ? ELFDATA2LSB : ELFDATA2MSB;
+
+std::optional<std::string> labelOf(const std::optional<PlistValue>& value) {
+    const auto* dictionary = value ? value->as<PlistDictionary>() : nullptr;
+    return dictionary ? dictionary->string("Label") : std::nullopt;
+}
+
+std::optional<Bytes> launchdSection(const Bytes& file) {
+    return TqPlistExtractor::TqMachOSection(std::span(file), "__TEXT", "__launchd_plist");
+}
+
+struct Row {
+    const char* behaviour;
+    Bytes file;
+    std::optional<std::string> label;  // of the property list found
+    std::string section = "__launchd_plist";
+};
+
+class ATqPlistExtractor : public testing::TestWithParam<Row> {};
+
+TEST_P(ATqPlistExtractor, FindsOnlyTheRightSectionAndNeverReadsPastTheEnd) {
+    const Row& row = GetParam();
+    EXPECT_EQ(labelOf(TqPlistExtractor::TqExtractPlist(std::span(row.file), row.section)),
+              row.label)
+        << row.behaviour;
+}
+
+// Field offsets in m32/m64({kData, kJob}): ncmds 16, first cmdsize 28+4 / 32+4; in the second
+// command: nsects 152+48 / 184+64, section size 208+36 / 256+40, offset 208+40 / 256+48.
+// In fat({slice}): nfat_arch 4 (big-endian), the first slice's offset 16.
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Files, ATqPlistExtractor, testing::Values(
+    Row{"thin 32-bit", m32({kCode, kJob32}), "thin32"},
+    Row{"thin 64-bit", m64({kCode, kJob64}), "thin64"},
+    Row{"a missing section", m64({kJob64}), {}, "__info_plist"},
+    Row{"the section in __DATA", m64({{"__DATA", kJob32.name, plist("d")}}), {}},
+    Row{"bytes that are no property list", m32({{"__TEXT", kJob32.name, "not a plist"}}), {}},
+    Row{"first of two same-named sections",
+        m64({kJob64, {"__TEXT", kJob32.name, plist("2")}}), "thin64"},
+    Row{"a name filling 16 bytes",
+        m64({{"__TEXT", "__launchd_plistX", plist("f")}}), "f", "__launchd_plistX"},
+    Row{"after a __TEXT segment without it, the walk skips its sections, not cmdsize",
+        patched(m32({kCode, kJob32}), 28 + 4, 8), "thin32"},
+    Row{"a command of size 0 hides what follows", patched(m32({kCode, kJob32}), 28 + 4, 0), {}},
+    Row{"thin 32-bit of the other byte order", m32({kJob32}, !kHostBig), {}},
+    Row{"thin 64-bit of the other byte order", m64({kJob64}, !kHostBig), {}},
+    Row{"universal, second slice has it", fat({m32({kCode}), m64({kJob64})}), "thin64"},
+    Row{"universal, first slice with it wins",
+        fat({m32({kCode}), m32({kJob32}), m64({kJob64})}), "thin32"},
+    Row{"universal, other byte order skipped",
+        fat({m32({kJob32}, !kHostBig), m64({kJob64})}), "thin64"},
+    Row{"universal, slice past the end skipped",
+        fat({m64({kJob64}), m32({kJob32})}, 1u << 30), "thin32"},
+    Row{"universal, table past the end", patched(fat({m64({kJob64})}), 4, 0xffff0000), "thin64"},
+    Row{"universal, table longer than the file, slice at 0",
+        patched(patched(fat({m64({kJob64})}), 4, 0xffff0000), 16, 0), {}},
+    Row{"huge ncmds", patched(m32({kData, kJob32}), 16, 0xffffffff), {}, "__info_plist"},
+    Row{"cmdsize past the end", patched(m32({kData, kJob32}), 28 + 4, 0x7fffffff), {}},
+    Row{"huge nsects", patched(m64({kData, kJob64}), 184 + 64, 0xffffffff), {}, "__info_plist"},
+    Row{"section offset past the end", patched(m32({kData, kJob32}), 208 + 40, 0xfffffff0), {}},
+    Row{"section size past the end", patched(m32({kData, kJob32}), 208 + 36, 0xffffffff), {}},
+    Row{"64-bit section size past the end", patched(m64({kData, kJob64}), 256 + 40, 1u << 31), {}},
+    Row{"64-bit section offset past the end", patched(m64({kData, kJob64}), 256 + 48, ~0u), {}},
+    Row{"64-bit ELF", elf<true>(kElfName, plist("e64")), "e64"},
+    Row{"32-bit ELF", elf<false>(kElfName, plist("e32")), "e32"},
+    Row{"ELF of the other byte order",
+        elf<true>(kElfName, plist("x"), SHT_PROGBITS, kOtherOrder), {}},
+    Row{"ELF section without file bytes", elf<true>(kElfName, plist("x"), SHT_NOBITS), {}}));
+// clang-format on
+
+TEST(TruncatedFiles, YieldNothingAtEveryLengthShortOfTheWhole) {
+    for (const Bytes& whole : {m32({kCode, kJob32}), m64({kJob64}), fat({m32({kJob32})}),
+                               elf<true>(kElfName, "x"), elf<false>(kElfName, "x")}) {
+        EXPECT_TRUE(launchdSection(whole));
+        for (std::size_t length = 0; length < whole.size(); ++length) {
+            // An exact-size copy, so that the address sanitizer sees any over-read.
+            EXPECT_FALSE(launchdSection(Bytes(whole.begin(), whole.begin() + length))) << length;
+        }
+    }
+}
+
+TEST(FilesOnDisk, AreMappedAndMissingFoldersAndEmptyFilesYieldNothing) {
+    const auto folder = std::filesystem::path(testing::TempDir()) / "tq_plist_extractor";
+    std::filesystem::create_directories(folder);
+    const Bytes image = fat({m64({kJob64})});
+    std::ofstream(folder / "korad", std::ios::binary)
+        .write(reinterpret_cast<const char*>(image.data()), image.size());
+    std::ofstream(folder / "empty").close();
+    EXPECT_EQ(labelOf(TqPlistExtractor::TqExtractPlist(folder / "korad", "__launchd_plist")),
+              "thin64");
+    EXPECT_TRUE(MappedFile::open(folder / "empty")->bytes().empty());
+    for (const char* name : {"empty", "missing", "."}) {
+        EXPECT_FALSE(TqPlistExtractor::TqExtractPlist(folder / name, "__launchd_plist")) << name;
+    }
+    std::filesystem::remove_all(folder);
+}
+
+std::vector<std::string> keysOf(const std::optional<PlistValue>& value) {
+    std::vector<std::string> keys;
+    if (const auto* dictionary = value ? value->as<PlistDictionary>() : nullptr) {
+        for (const auto& entry : dictionary->entries()) keys.push_back(entry.key);
+    }
+    return keys;
+}
+
+TEST(TheDaemonExecutable, CarriesBothDescriptionsWithTheirKeysInOrder) {
+    EXPECT_EQ(embeddedBundleVersion(), "1.3.1.0");
+    const auto job = TqPlistExtractor::TqExtractPlist(kOwnExecutablePath, "__launchd_plist");
+    EXPECT_EQ(keysOf(job),
+              (std::vector<std::string>{"Label", "KeepAlive", "RunAtLoad", "ThrottleInterval",
+                                        "StandardOutPath", "StandardErrorPath", "MachServices"}));
+    const auto bundle = TqPlistExtractor::TqExtractPlist(kOwnExecutablePath, "__info_plist");
+    EXPECT_EQ(keysOf(bundle),
+              (std::vector<std::string>{"CFBundleIdentifier", "CFBundleInfoDictionaryVersion",
+                                        "CFBundleName", "CFBundleVersion", "SMAuthorizedClients"}));
+    const auto section =
+        TqPlistExtractor::TqMachOSection(kOwnExecutablePath, "__TEXT", "__launchd_plist");
+    ASSERT_TRUE(section);
+    EXPECT_EQ(std::string(section->begin(), section->end()), embeddedJobDescription());
+}
+
+}  // namespace
+}  // namespace kora
