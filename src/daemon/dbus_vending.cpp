@@ -1,0 +1,245 @@
+#include "daemon/dbus_vending.h"
+
+#include <cstring>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "platform/korad_bus_names.h"
+#include "platform/logging.h"
+
+namespace kora {
+namespace {
+
+// GDBus checks every call against this description before it reaches us, so a
+// call whose signature differs is refused without our code running.
+constexpr const char* kIntrospectionXml = R"XML(<node>
+  <interface name="com.olvara.Korad">
+    <method name="registerClientWith_installationID_productID_appVersion_bundlePath_appBrand">
+      <arg name="identifier" type="as" direction="in"/>
+      <arg name="installationID" type="as" direction="in"/>
+      <arg name="productID" type="as" direction="in"/>
+      <arg name="appVersion" type="as" direction="in"/>
+      <arg name="bundlePath" type="as" direction="in"/>
+      <arg name="appBrand" type="as" direction="in"/>
+      <arg name="result" type="b" direction="out"/>
+    </method>
+    <method name="updateClient_withBundePath_andVersion">
+      <arg name="identifier" type="as" direction="in"/>
+      <arg name="bundlePath" type="as" direction="in"/>
+      <arg name="version" type="as" direction="in"/>
+      <arg name="result" type="b" direction="out"/>
+    </method>
+    <method name="setRoaming">
+      <arg name="roaming" type="b" direction="in"/>
+      <arg name="result" type="b" direction="out"/>
+    </method>
+    <method name="forceCheck"/>
+    <method name="uninstall">
+      <arg name="identifier" type="as" direction="in"/>
+      <arg name="result" type="b" direction="out"/>
+    </method>
+    <method name="registerApplicationWithIdentifier_usingIccid_imsi_wlanMac_mobileMac_software_previousVersion_appBrand_bundlePath">
+      <arg name="identifier" type="as" direction="in"/>
+      <arg name="iccid" type="as" direction="in"/>
+      <arg name="imsi" type="as" direction="in"/>
+      <arg name="wlanMac" type="as" direction="in"/>
+      <arg name="mobileMac" type="as" direction="in"/>
+      <arg name="software" type="as" direction="in"/>
+      <arg name="previousVersion" type="as" direction="in"/>
+      <arg name="appBrand" type="as" direction="in"/>
+      <arg name="bundlePath" type="as" direction="in"/>
+      <arg name="result" type="as" direction="out"/>
+    </method>
+    <method name="echo">
+      <arg name="text" type="as" direction="in"/>
+      <arg name="result" type="as" direction="out"/>
+    </method>
+  </interface>
+</node>
+)XML";
+
+// Thrown while decoding, before the controller is called, so a refused call
+// changes nothing.
+class InvalidArguments : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// The arguments of one call, decoded and checked as a whole up front.
+class Arguments {
+  public:
+    explicit Arguments(GVariant* tuple) {
+        if (tuple == nullptr) return;
+        if (!g_variant_is_of_type(tuple, G_VARIANT_TYPE_TUPLE))
+            throw InvalidArguments("the arguments are not a tuple");
+        const gsize count = g_variant_n_children(tuple);
+        for (gsize i = 0; i < count; ++i) {
+            g_autoptr(GVariant) child = g_variant_get_child_value(tuple, i);
+            values_.push_back(decode(child, i));
+        }
+    }
+
+    const OptionalString& text(std::size_t index) const {
+        return valueAt<OptionalString>(index, "a nullable string (as)");
+    }
+    bool flag(std::size_t index) const { return valueAt<bool>(index, "a boolean (b)"); }
+
+  private:
+    using Value = std::variant<OptionalString, bool>;
+
+    static Value decode(GVariant* value, gsize index) {
+        if (g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN))
+            return static_cast<bool>(g_variant_get_boolean(value));
+        if (g_variant_is_of_type(value, G_VARIANT_TYPE_STRING_ARRAY))
+            return nullableString(value, index);
+        throw InvalidArguments(stringWithFormat("argument %zu has the unexpected type %s",
+                                                static_cast<std::size_t>(index),
+                                                g_variant_get_type_string(value)));
+    }
+
+    // Absent is the empty array; a second element has no meaning and is refused
+    // rather than silently dropped.
+    static OptionalString nullableString(GVariant* array, gsize index) {
+        const gsize count = g_variant_n_children(array);
+        if (count == 0) return std::nullopt;
+        if (count > 1)
+            throw InvalidArguments(stringWithFormat(
+                "argument %zu holds %zu strings; a nullable string holds zero or one",
+                static_cast<std::size_t>(index), static_cast<std::size_t>(count)));
+        gsize length = 0;
+        g_autoptr(GVariant) element = g_variant_get_child_value(array, 0);
+        const gchar* text = g_variant_get_string(element, &length);
+        return std::string(text, length);
+    }
+
+    template <typename T>
+    const T& valueAt(std::size_t index, const char* expected) const {
+        const T* value = index < values_.size() ? std::get_if<T>(&values_[index]) : nullptr;
+        if (value == nullptr)
+            throw InvalidArguments(stringWithFormat("argument %zu must be %s", index, expected));
+        return *value;
+    }
+
+    std::vector<Value> values_;
+};
+
+GVariant* nullableStringVariant(const OptionalString& text) {
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE_STRING_ARRAY);
+    if (text) g_variant_builder_add(&builder, "s", text->c_str());
+    return g_variant_builder_end(&builder);
+}
+
+GVariant* booleanReply(bool value) {
+    return g_variant_new("(b)", value);
+}
+
+GVariant* nullableStringReply(const OptionalString& text) {
+    GVariant* element = nullableStringVariant(text);
+    return g_variant_new_tuple(&element, 1);
+}
+
+// One row per member: how its arguments reach the controller and what goes
+// back. A null reply is the empty tuple.
+struct Operation {
+    const char* member;
+    GVariant* (*call)(VendedController& controller, const Arguments& args);
+};
+
+const Operation kOperations[] = {
+    {"registerClientWith_installationID_productID_appVersion_bundlePath_appBrand",
+     [](VendedController& c, const Arguments& a) {
+         return booleanReply(c.registerClientWith(a.text(0), a.text(1), a.text(2), a.text(3),
+                                                  a.text(4), a.text(5)));
+     }},
+    {"updateClient_withBundePath_andVersion",
+     [](VendedController& c, const Arguments& a) {
+         return booleanReply(c.updateClient(a.text(0), a.text(1), a.text(2)));
+     }},
+    {"setRoaming",
+     [](VendedController& c, const Arguments& a) { return booleanReply(c.setRoaming(a.flag(0))); }},
+    {"forceCheck",
+     [](VendedController& c, const Arguments&) -> GVariant* {
+         c.forceCheck();
+         return nullptr;
+     }},
+    {"uninstall",
+     [](VendedController& c, const Arguments& a) { return booleanReply(c.uninstall(a.text(0))); }},
+    {"registerApplicationWithIdentifier_usingIccid_imsi_wlanMac_mobileMac_software_"
+     "previousVersion_appBrand_bundlePath",
+     [](VendedController& c, const Arguments& a) {
+         return nullableStringReply(c.registerApplicationWithIdentifier(
+             a.text(0), a.text(1), a.text(2), a.text(3), a.text(4), a.text(5), a.text(6), a.text(7),
+             a.text(8)));
+     }},
+    {"echo", [](VendedController& c,
+                const Arguments& a) { return nullableStringReply(c.echo(a.text(0))); }},
+};
+
+const Operation* findOperation(const char* member) {
+    for (const Operation& operation : kOperations)
+        if (std::strcmp(operation.member, member) == 0) return &operation;
+    return nullptr;
+}
+
+}  // namespace
+
+DBusVending::DBusVending(GDBusConnection* connection, VendedController& controller)
+    : connection_(G_DBUS_CONNECTION(g_object_ref(connection)), g_object_unref),
+      controller_(controller),
+      nodeInfo_(nullptr, g_dbus_node_info_unref) {
+    g_autoptr(GError) error = nullptr;
+    nodeInfo_.reset(g_dbus_node_info_new_for_xml(kIntrospectionXml, &error));
+    if (!nodeInfo_) throw std::runtime_error(error->message);
+
+    static const GDBusInterfaceVTable vtable = {
+        &DBusVending::handleMethodCall, nullptr, nullptr, {}};
+    GDBusInterfaceInfo* interface =
+        g_dbus_node_info_lookup_interface(nodeInfo_.get(), kKoradInterface);
+    registrationId_ = g_dbus_connection_register_object(connection_.get(), kKoradObjectPath,
+                                                        interface, &vtable, this, nullptr, &error);
+    if (registrationId_ == 0) throw std::runtime_error(error->message);
+}
+
+DBusVending::~DBusVending() {
+    g_dbus_connection_unregister_object(connection_.get(), registrationId_);
+}
+
+const char* DBusVending::introspectionXml() {
+    return kIntrospectionXml;
+}
+
+// A C callback: nothing may leave it as an exception. Every path answers the
+// invocation exactly once.
+void DBusVending::handleMethodCall(GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                                   const gchar* methodName, GVariant* parameters,
+                                   GDBusMethodInvocation* invocation, gpointer self) {
+    try {
+        const Operation* operation = findOperation(methodName);
+        if (operation == nullptr) {
+            g_dbus_method_invocation_return_error(invocation, G_DBUS_ERROR,
+                                                  G_DBUS_ERROR_UNKNOWN_METHOD, "No such method: %s",
+                                                  methodName);
+            return;
+        }
+        const Arguments arguments(parameters);
+        auto& controller = static_cast<DBusVending*>(self)->controller_;
+        g_dbus_method_invocation_return_value(invocation, operation->call(controller, arguments));
+    } catch (const InvalidArguments& refused) {
+        g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR,
+                                                      G_DBUS_ERROR_INVALID_ARGS, refused.what());
+    } catch (const std::exception& failure) {
+        logDiagnostic("%s failed: %s", methodName, failure.what());
+        g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR, G_DBUS_ERROR_FAILED,
+                                                      failure.what());
+    } catch (...) {
+        logDiagnostic("%s failed with an unknown exception", methodName);
+        g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR, G_DBUS_ERROR_FAILED,
+                                                      "internal error");
+    }
+}
+
+}  // namespace kora

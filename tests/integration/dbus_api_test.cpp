@@ -1,0 +1,302 @@
+// The daemon's D-Bus face against a private dbus-daemon: the vending adapter
+// serves a recording controller on the main loop, and the client library calls
+// it from a second thread (the client blocks; the main thread keeps serving).
+
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <future>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "client/kora_client.h"
+#include "daemon/dbus_vending.h"
+#include "platform/korad_bus_names.h"
+
+namespace kora {
+namespace {
+
+using Strings = std::vector<OptionalString>;
+
+std::string show(const OptionalString& text) {
+    return text ? "'" + *text + "'" : "<absent>";
+}
+
+std::string show(const std::string& name, const Strings& args) {
+    std::string line = name + "(";
+    for (std::size_t i = 0; i < args.size(); ++i) line += (i ? "," : "") + show(args[i]);
+    return line + ")";
+}
+
+// Records every call as one line and answers with configurable values.
+class RecordingController : public VendedController {
+  public:
+    bool registerClientWith(const OptionalString& a, const OptionalString& b,
+                            const OptionalString& c, const OptionalString& d,
+                            const OptionalString& e, const OptionalString& f) override {
+        return record("register", {a, b, c, d, e, f}), boolAnswer;
+    }
+    bool updateClient(const OptionalString& a, const OptionalString& b,
+                      const OptionalString& c) override {
+        return record("update", {a, b, c}), boolAnswer;
+    }
+    bool setRoaming(bool roaming) override {
+        return record("setRoaming", {roaming ? "on" : "off"}), boolAnswer;
+    }
+    void forceCheck() override { record("forceCheck", {}); }
+    bool uninstall(const OptionalString& a) override {
+        return record("uninstall", {a}), boolAnswer;
+    }
+    OptionalString registerApplicationWithIdentifier(
+        const OptionalString& a, const OptionalString& b, const OptionalString& c,
+        const OptionalString& d, const OptionalString& e, const OptionalString& f,
+        const OptionalString& g, const OptionalString& h, const OptionalString& i) override {
+        return record("registerApplication", {a, b, c, d, e, f, g, h, i}), stringAnswer;
+    }
+    OptionalString echo(const OptionalString& text) override {
+        record("echo", {text});
+        if (text == "throw") throw std::runtime_error("controller failed");
+        return text;
+    }
+
+    std::vector<std::string> calls;
+    std::vector<int> mainDepths;  // g_main_depth() at each call
+    bool boolAnswer = true;
+    OptionalString stringAnswer;
+
+  private:
+    void record(const std::string& name, const Strings& args) {
+        calls.push_back(show(name, args));
+        mainDepths.push_back(g_main_depth());
+    }
+};
+
+class DBusApi : public testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        bus_ = g_test_dbus_new(G_TEST_DBUS_NONE);
+        g_test_dbus_up(bus_);
+    }
+    static void TearDownTestSuite() {
+        g_test_dbus_down(bus_);
+        g_clear_object(&bus_);
+    }
+
+    void SetUp() override {
+        server_ = connect();
+        ASSERT_NE(server_, nullptr);
+        vending_ = std::make_unique<DBusVending>(server_, controller_);
+        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+            server_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+            "RequestName", g_variant_new("(su)", kKoradBusName, 4u), nullptr,
+            G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+        ASSERT_NE(reply, nullptr);
+    }
+    void TearDown() override {
+        vending_.reset();
+        g_dbus_connection_close_sync(server_, nullptr, nullptr);
+        g_clear_object(&server_);
+    }
+
+    static std::string address() { return g_test_dbus_get_bus_address(bus_); }
+    static GDBusConnection* connect() {
+        return g_dbus_connection_new_for_address_sync(
+            address().c_str(),
+            GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                 G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr, nullptr);
+    }
+
+    // Runs a blocking client call on another thread while this thread turns
+    // the main loop, as the daemon's thread does.
+    template <typename Call>
+    static auto served(Call call) {
+        auto future = std::async(std::launch::async, call);
+        while (future.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready)
+            g_main_context_iteration(nullptr, FALSE);
+        return future.get();
+    }
+
+    // A call with hand-made arguments, bypassing the client library.
+    static GVariant* rawCall(const char* interface, const char* member, GVariant* arguments,
+                             GError** error) {
+        g_autoptr(GVariant) held = arguments ? g_variant_ref_sink(arguments) : nullptr;
+        return served([&] {
+            g_autoptr(GDBusConnection) c = connect();
+            GVariant* reply = g_dbus_connection_call_sync(
+                c, kKoradBusName, kKoradObjectPath, interface, member, held, nullptr,
+                G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error);
+            g_dbus_connection_close_sync(c, nullptr, nullptr);
+            return reply;
+        });
+    }
+    // The D-Bus error code of a call, or -1 when it succeeded.
+    static int rawCallError(const char* member, GVariant* arguments) {
+        g_autoptr(GError) error = nullptr;
+        g_autoptr(GVariant) reply = rawCall(kKoradInterface, member, arguments, &error);
+        return error && error->domain == G_DBUS_ERROR ? error->code : -1;
+    }
+
+    static inline GTestDBus* bus_ = nullptr;
+    GDBusConnection* server_ = nullptr;
+    RecordingController controller_;
+    std::unique_ptr<DBusVending> vending_;
+};
+
+struct OperationRow {
+    std::string what;
+    std::function<std::string(KoraClient&)> call;  // the answer, as text
+    std::string expectedCall;
+    std::string expectedAnswer;
+};
+
+TEST_F(DBusApi, EveryOperationReachesTheControllerWithPresentEmptyAndAbsentStrings) {
+    const OptionalString no;
+    controller_.stringAnswer = "";
+    using C = KoraClient&;
+    auto text = [](bool b) { return std::string(b ? "true" : "false"); };
+    // clang-format off
+    const std::vector<OperationRow> rows = {
+        {"register", [&](C c) { return text(c.registerClientWith("id", no, "", "1.0", "/A.app", "B")); }, "register('id',<absent>,'','1.0','/A.app','B')", "true"},
+        {"update", [&](C c) { return text(c.updateClient(no, "/A.app", no)); }, "update(<absent>,'/A.app',<absent>)", "true"},
+        {"roaming on", [&](C c) { return text(c.setRoaming(true)); }, "setRoaming('on')", "true"},
+        {"roaming off", [&](C c) { return text(c.setRoaming(false)); }, "setRoaming('off')", "true"},
+        {"forceCheck", [&](C c) { c.forceCheck(); return std::string("none"); }, "forceCheck()", "none"},
+        {"uninstall", [&](C c) { return text(c.uninstall(no)); }, "uninstall(<absent>)", "true"},
+        {"registerApplication", [&](C c) { return show(c.registerApplicationWithIdentifier("i", no, "", "w", "m", "s", "p", "b", no)); }, "registerApplication('i',<absent>,'','w','m','s','p','b',<absent>)", "''"},
+        {"echo text", [&](C c) { return show(c.echo("a b\n\xc3\xa4")); }, "echo('a b\n\xc3\xa4')", "'a b\n\xc3\xa4'"},
+        {"echo empty", [&](C c) { return show(c.echo("")); }, "echo('')", "''"},
+        {"echo absent", [&](C c) { return show(c.echo(no)); }, "echo(<absent>)", "<absent>"},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        controller_.calls.clear();
+        const std::string answer = served([&] {
+            KoraClient client(address());
+            return row.call(client);
+        });
+        EXPECT_EQ(answer, row.expectedAnswer) << row.what;
+        EXPECT_EQ(controller_.calls, std::vector<std::string>{row.expectedCall}) << row.what;
+    }
+}
+
+TEST_F(DBusApi, AnswersOtherThanTrueAndNoneTravelBackUnchanged) {
+    controller_.boolAnswer = false;
+    controller_.stringAnswer = "kept";
+    const auto [registered, answer] = served([&] {
+        KoraClient client(address());
+        const OptionalString none;
+        return std::make_pair(client.uninstall("x"),
+                              client.registerApplicationWithIdentifier(none, none, none, none, none,
+                                                                       none, none, none, none));
+    });
+    EXPECT_FALSE(registered);
+    EXPECT_EQ(answer, "kept");
+}
+
+TEST_F(DBusApi, WrongArgumentTypesAreRefusedAndChangeNothing) {
+    const struct {
+        const char* member;
+        GVariant* arguments;
+    } rows[] = {
+        {"echo", g_variant_new("(s)", "plain string")},
+        {"echo", g_variant_new_parsed("(['one', 'two'],)")},
+        {"setRoaming", g_variant_new("(s)", "on")},
+        {"setRoaming", g_variant_new_parsed("(@as [],)")},
+        {"uninstall", g_variant_new("(i)", 7)},
+        {"updateClient_withBundePath_andVersion", g_variant_new_parsed("(@as [], @as [])")},
+        {"forceCheck", g_variant_new("(b)", TRUE)},
+    };
+    for (const auto& row : rows) {
+        g_autoptr(GVariant) arguments = g_variant_ref_sink(row.arguments);
+        g_autofree gchar* shown = g_variant_print(arguments, FALSE);
+        EXPECT_EQ(rawCallError(row.member, arguments), G_DBUS_ERROR_INVALID_ARGS)
+            << row.member << shown;
+    }
+    EXPECT_TRUE(controller_.calls.empty());
+}
+
+TEST_F(DBusApi, AControllerFailureBecomesADBusErrorAndTheDaemonKeepsServing) {
+    EXPECT_EQ(rawCallError("echo", g_variant_new_parsed("(['throw'],)")), G_DBUS_ERROR_FAILED);
+    EXPECT_EQ(served([&] { return KoraClient(address()).echo("still here"); }), "still here");
+}
+
+TEST_F(DBusApi, IntrospectionDescribesEveryMemberWithItsSignature) {
+    g_autoptr(GVariant) reply =
+        rawCall("org.freedesktop.DBus.Introspectable", "Introspect", nullptr, nullptr);
+    ASSERT_NE(reply, nullptr);
+    const gchar* xml = "";
+    g_variant_get(reply, "(&s)", &xml);
+    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml, nullptr);
+    ASSERT_NE(node, nullptr) << xml;
+    GDBusInterfaceInfo* interface = g_dbus_node_info_lookup_interface(node, kKoradInterface);
+    ASSERT_NE(interface, nullptr) << xml;
+    auto signature = [](GDBusArgInfo** args) {
+        std::string joined;
+        for (; args && *args; ++args) joined += (*args)->signature;
+        return joined;
+    };
+    // clang-format off
+    const struct { const char* member; const char* in; const char* out; } rows[] = {
+        {"registerClientWith_installationID_productID_appVersion_bundlePath_appBrand", "asasasasasas", "b"},
+        {"updateClient_withBundePath_andVersion", "asasas", "b"},
+        {"setRoaming", "b", "b"},
+        {"forceCheck", "", ""},
+        {"uninstall", "as", "b"},
+        {"registerApplicationWithIdentifier_usingIccid_imsi_wlanMac_mobileMac_software_previousVersion_appBrand_bundlePath", "asasasasasasasasas", "as"},
+        {"echo", "as", "as"},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        GDBusMethodInfo* method = g_dbus_interface_info_lookup_method(interface, row.member);
+        ASSERT_NE(method, nullptr) << row.member;
+        EXPECT_EQ(signature(method->in_args), row.in) << row.member;
+        EXPECT_EQ(signature(method->out_args), row.out) << row.member;
+    }
+}
+
+// Service exchanges wait by turning the main loop inside a timer callback;
+// client calls must be served in that nested loop.
+TEST_F(DBusApi, ACallIsServedWhileATimerCallbackWaitsInANestedLoop) {
+    auto answer =
+        std::async(std::launch::async, [&] { return KoraClient(address()).echo("nested"); });
+    struct Wait {
+        RecordingController* controller;
+        bool timedOut = false;
+    } wait{&controller_};
+    g_timeout_add(
+        1,
+        [](gpointer data) -> gboolean {
+            auto* w = static_cast<Wait*>(data);
+            const gint64 deadline = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
+            while (w->controller->calls.empty() &&
+                   !(w->timedOut = g_get_monotonic_time() > deadline))
+                g_main_context_iteration(nullptr, FALSE);
+            return G_SOURCE_REMOVE;
+        },
+        &wait);
+    while (answer.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready)
+        g_main_context_iteration(nullptr, FALSE);
+    EXPECT_EQ(answer.get(), "nested");
+    EXPECT_FALSE(wait.timedOut);
+    ASSERT_EQ(controller_.mainDepths.size(), 1u);
+    EXPECT_EQ(controller_.mainDepths[0], 2) << "served in the timer's nested loop";
+}
+
+TEST_F(DBusApi, TheClientSaysClearlyWhenNoDaemonOwnsTheName) {
+    vending_.reset();
+    g_dbus_connection_close_sync(server_, nullptr, nullptr);
+    try {
+        served([&] { return KoraClient(address()).echo("anyone?"); });
+        FAIL() << "the call succeeded";
+    } catch (const KoraClientError& error) {
+        EXPECT_NE(std::string(error.what()).find("not running"), std::string::npos) << error.what();
+    }
+    EXPECT_THROW(KoraClient("unix:path=/nonexistent/korad-bus"), KoraClientError);
+}
+
+}  // namespace
+}  // namespace kora
