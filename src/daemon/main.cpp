@@ -1,0 +1,123 @@
+// korad: the update daemon. Connects to the system bus, creates the one
+// controller, serves it as com.olvara.Korad and runs the main loop until SIGTERM
+// or SIGINT.
+
+#include <gio/gio.h>
+#include <glib-unix.h>
+#include <unistd.h>
+
+#include <cinttypes>
+#include <csignal>
+#include <cstdint>
+#include <exception>
+#include <memory>
+
+#include "controller/kora_controller.h"
+#include "daemon/dbus_vending.h"
+#include "daemon/embedded_plists.h"
+#include "platform/korad_bus_names.h"
+#include "platform/logging.h"
+
+namespace {
+
+// What the main loop's callbacks share with the entry.
+struct RunState {
+    GMainLoop* loop = nullptr;
+    bool ownsName = false;
+    bool nameRefused = false;
+    int exitStatus = 0;
+};
+
+gboolean quitOnSignal(gpointer data) {
+    g_main_loop_quit(static_cast<RunState*>(data)->loop);
+    return G_SOURCE_CONTINUE;
+}
+
+void nameAcquired(GDBusConnection*, const gchar*, gpointer data) {
+    static_cast<RunState*>(data)->ownsName = true;
+}
+
+// Called when the name is refused (another process owns it: we never queue) or
+// when it is lost later because the bus went away.
+void nameLost(GDBusConnection*, const gchar* name, gpointer data) {
+    auto* state = static_cast<RunState*>(data);
+    if (state->ownsName) {
+        kora::logInfo("Lost the name %s on the system bus", name);
+    } else {
+        kora::logInfo(
+            "Cannot own the name %s on the system bus: another process owns it, "
+            "or the bus policy forbids it",
+            name);
+        state->nameRefused = true;
+    }
+    state->exitStatus = 1;
+    g_main_loop_quit(state->loop);
+}
+
+// Runs start-up, the main loop and shutdown with the bus already connected.
+int serve(GDBusConnection* bus, int argc) {
+    const auto version = kora::embeddedBundleVersion();
+    kora::logInfo("Started deamon (%s) with %d parameters", version.value_or("unknown").c_str(),
+                  argc);
+    kora::logInfo("KORA update was a success");
+    kora::logInfo("Will alloc helper object");
+    auto controller = std::make_unique<kora::KoraController>();
+    kora::logInfo("Created object with address: %" PRIxPTR,
+                  reinterpret_cast<std::uintptr_t>(controller.get()));
+
+    g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
+    RunState state{loop};
+    const guint termSource = g_unix_signal_add(SIGTERM, quitOnSignal, &state);
+    const guint intSource = g_unix_signal_add(SIGINT, quitOnSignal, &state);
+
+    // Exported before the name is requested, so no call can come before the
+    // controller is ready to answer it.
+    auto vending = std::make_unique<kora::DBusVending>(bus, *controller);
+    const guint ownerId =
+        g_bus_own_name_on_connection(bus, kora::kKoradBusName, G_BUS_NAME_OWNER_FLAGS_DO_NOT_QUEUE,
+                                     nameAcquired, nameLost, &state, nullptr);
+
+    g_main_loop_run(loop);
+
+    if (state.nameRefused) {
+        // The registry belongs to the instance that owns the name: leave without
+        // the shutdown that would write this instance's stale copy of it.
+        kora::closeSystemLog();
+        _exit(state.exitStatus);
+    }
+    g_bus_unown_name(ownerId);
+    vending.reset();
+    controller.reset();  // writes the registry
+    g_source_remove(termSource);
+    g_source_remove(intSource);
+    kora::logInfo("daemon will exit");
+    return state.exitStatus;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    (void)argv;
+    // Checking in is connecting to the system bus; DBUS_SYSTEM_BUS_ADDRESS
+    // chooses another bus for development and tests.
+    g_autoptr(GError) error = nullptr;
+    g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    kora::openSystemLog();
+    if (bus == nullptr) {
+        kora::logInfo("Cannot connect to the system bus: %s", error->message);
+        kora::closeSystemLog();
+        return 1;
+    }
+    // A closed bus ends the loop through the lost name, and the shutdown runs,
+    // instead of GLib raising SIGTERM behind our back.
+    g_dbus_connection_set_exit_on_close(bus, FALSE);
+
+    int status = 1;
+    try {
+        status = serve(bus, argc);
+    } catch (const std::exception& failure) {
+        kora::logInfo("Cannot start: %s", failure.what());
+    }
+    kora::closeSystemLog();
+    return status;
+}
