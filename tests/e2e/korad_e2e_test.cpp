@@ -1,0 +1,154 @@
+// The real korad and koractl, each session in a fresh bubblewrap sandbox with
+// private "/Library", "/Applications", "/Users" and "/tmp", on a private bus.
+// A session is a shell script (helpers in session.sh) that leaves what it saw
+// in $OUT; the tests read it from there.
+
+#include <glib.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/temp_dir.h"
+
+namespace kora {
+namespace {
+
+const std::string kSource = KORAD_SOURCE_DIR;
+
+struct Outcome {
+    int status = -1;
+    std::string output;  // standard output and error together
+};
+
+Outcome run(const std::vector<std::string>& command, const std::vector<std::string>& env = {}) {
+    std::vector<char*> argv, envp;
+    for (const auto& word : command) argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    g_auto(GStrv) environment = g_get_environ();
+    for (const auto& assignment : env) {
+        const auto equals = assignment.find('=');
+        environment = g_environ_setenv(environment, assignment.substr(0, equals).c_str(),
+                                       assignment.substr(equals + 1).c_str(), TRUE);
+    }
+    g_autofree gchar* out = nullptr;
+    g_autofree gchar* err = nullptr;
+    Outcome outcome;
+    int wait = 0;
+    g_autoptr(GError) error = nullptr;
+    if (!g_spawn_sync(nullptr, argv.data(), environment, G_SPAWN_SEARCH_PATH, nullptr, nullptr,
+                      &out, &err, &wait, &error))
+        return {-1, error->message};
+    outcome.status = g_spawn_check_wait_status(wait, nullptr) ? 0 : WEXITSTATUS(wait);
+    outcome.output = std::string(out) + err;
+    return outcome;
+}
+
+std::string readFile(const std::filesystem::path& path) {
+    std::ifstream in(path);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+class KoradInSandbox : public testing::Test {
+  protected:
+    void SetUp() override {
+        // Only a machine where bubblewrap cannot run at all skips; any other
+        // failure below is a failure.
+        const Outcome probe = run({"bwrap", "--ro-bind", "/", "/", "true"});
+        if (probe.status != 0) GTEST_SKIP() << "bubblewrap cannot run here: " << probe.output;
+        std::filesystem::create_directory(dir_.path() / "out");
+        const Outcome bus = run({kSource + "/scripts/private-bus", dir_.path()});
+        ASSERT_EQ(bus.status, 0) << bus.output;
+        busPid_ = std::stoi(bus.output);
+    }
+    void TearDown() override {
+        if (busPid_ > 0) kill(busPid_, SIGTERM);
+    }
+
+    // Runs the session script in a new sandbox; its output is the outcome's.
+    Outcome session(const std::string& script) {
+        return run(
+            {"timeout", "120", kSource + "/scripts/korad-sandbox", "--bus", dir_.path(), "--bind",
+             dir_.path() / "out", "--ro-bind", kSource, "--ro-bind", KORAD_BUILD_DIR, "--", "bash",
+             "-euc", ". " + kSource + "/tests/e2e/session.sh\n" + script},
+            {"KORAD=" KORAD_BINARY, "KORACTL=" KORACTL_BINARY, "OUT=" + out().string()});
+    }
+    std::filesystem::path out() const { return dir_.path() / "out"; }
+    std::string saved(const char* name) const { return readFile(out() / name); }
+
+    TempDir dir_;
+    int busPid_ = 0;
+};
+
+TEST_F(KoradInSandbox, StartsWithItsLinesInOrderAndStopsOnSigtermWithStatusZero) {
+    const Outcome outcome = session(R"(
+        start_korad first second
+        stop_korad > "$OUT/status"
+        cp "$log" "$OUT/log")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_EQ(saved("status"), "0\n");
+    const std::regex expected(
+        "korad\\[\\d+\\]: Started deamon \\(1\\.3\\.1\\.0\\) with 3 parameters\n"
+        "korad\\[\\d+\\]: KORA update was a success\n"
+        "korad\\[\\d+\\]: Will alloc helper object\n"
+        "korad\\[\\d+\\]: Created object with address: [0-9a-f]+\n"
+        "korad\\[\\d+\\]: daemon will exit\n");
+    EXPECT_TRUE(std::regex_match(saved("log"), expected)) << saved("log");
+}
+
+TEST_F(KoradInSandbox, ARegistrationSurvivesARestart) {
+    const Outcome outcome = session(R"(
+        mkdir -p /Applications/Dialer.app/Contents
+        start_korad
+        "$KORACTL" register com.example.Dialer INST-1 PROD-1 1.0 /Applications/Dialer.app Olvara
+        stop_korad
+        start_korad
+        # Known to the new process: only path and version change.
+        "$KORACTL" update com.example.Dialer /Applications/Dialer.app 2.0
+        stop_korad
+        cp /Library/Preferences/com.olvara.korad.plist "$OUT/registry")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    const std::string registry = saved("registry");
+    for (const char* kept : {"<key>com.example.Dialer</key>", "<string>INST-1</string>",
+                             "<string>PROD-1</string>", "<string>2.0</string>"})
+        EXPECT_NE(registry.find(kept), std::string::npos) << kept << " in\n" << registry;
+}
+
+TEST_F(KoradInSandbox, ASecondInstanceRefusesToStartAndTheFirstKeepsServing) {
+    const Outcome outcome = session(R"(
+        start_korad
+        status=0; timeout 20 "$KORAD" 2> "$OUT/second.log" || status=$?
+        echo "$status" > "$OUT/second"
+        "$KORACTL" echo still-here > "$OUT/echo"
+        stop_korad > "$OUT/status")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    const int second = std::stoi(saved("second"));
+    EXPECT_NE(second, 0);
+    EXPECT_NE(second, 124) << "the second instance hung";
+    EXPECT_NE(saved("second.log").find("Cannot own the name com.olvara.Korad"), std::string::npos)
+        << saved("second.log");
+    EXPECT_EQ(saved("echo"), "still-here\n");
+    EXPECT_EQ(saved("status"), "0\n");
+}
+
+TEST_F(KoradInSandbox, WithoutABusItSaysSoAndFails) {
+    const Outcome outcome = session(R"(
+        status=0
+        DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent/bus timeout 20 "$KORAD" || status=$?
+        echo "$status" > "$OUT/status")");
+    EXPECT_NE(outcome.output.find("Cannot connect to the system bus"), std::string::npos)
+        << outcome.output;
+    const int status = std::stoi(saved("status"));
+    EXPECT_NE(status, 0);
+    EXPECT_NE(status, 124) << "korad hung";
+}
+
+}  // namespace
+}  // namespace kora
