@@ -56,6 +56,13 @@ void nameLost(GDBusConnection*, const gchar* name, gpointer data) {
 
 // Runs start-up, the main loop and shutdown with the bus already connected.
 int serve(GDBusConnection* bus, int argc) {
+    // Signals are caught from here on, so a stop during start-up still runs
+    // the shutdown once the loop turns.
+    g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
+    RunState state{loop};
+    const guint termSource = g_unix_signal_add(SIGTERM, quitOnSignal, &state);
+    const guint intSource = g_unix_signal_add(SIGINT, quitOnSignal, &state);
+
     const auto version = kora::embeddedBundleVersion();
     kora::logInfo("Started deamon (%s) with %d parameters", version.value_or("unknown").c_str(),
                   argc);
@@ -64,11 +71,6 @@ int serve(GDBusConnection* bus, int argc) {
     auto controller = std::make_unique<kora::KoraController>();
     kora::logInfo("Created object with address: %" PRIxPTR,
                   reinterpret_cast<std::uintptr_t>(controller.get()));
-
-    g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
-    RunState state{loop};
-    const guint termSource = g_unix_signal_add(SIGTERM, quitOnSignal, &state);
-    const guint intSource = g_unix_signal_add(SIGINT, quitOnSignal, &state);
 
     // Exported before the name is requested, so no call can come before the
     // controller is ready to answer it.

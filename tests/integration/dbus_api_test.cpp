@@ -137,6 +137,7 @@ class DBusApi : public testing::Test {
     static int rawCallError(const char* member, GVariant* arguments) {
         g_autoptr(GError) error = nullptr;
         g_autoptr(GVariant) reply = rawCall(kKoradInterface, member, arguments, &error);
+        (void)reply;
         return error && error->domain == G_DBUS_ERROR ? error->code : -1;
     }
 
