@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "platform/logging.h"
+#include "services/kora.h"
+#include "services/soap_binding.h"
 #include "services/stored_date.h"
 #include "update/stored_fields.h"
 
@@ -94,8 +96,21 @@ void KoraController::forceCheck() {
 }
 
 bool KoraController::uninstall(const OptionalString& identifier) {
-    // The Uninstall notice to the service goes here, before the application is
-    // forgotten; the local removal happens whatever the service answers.
+    // The service is told before the application is forgotten, so the notice
+    // can still carry its identifiers; the local removal happens whatever the
+    // service answers. Other client calls are served while the notice waits.
+    const auto application = db_->registeredApplicationForIdentifier(identifier);
+    const auto binding = KORA::KORASoap12Binding();
+    binding->setLogXMLInOut(true);
+    KORA_Uninstall notice;
+    if (application) {
+        notice.setInstallationID(application->installationID());
+        notice.setProductID(application->productID());
+    }
+    const auto response = binding->UninstallUsingParameters(notice);
+    if (response->firstBodyPartAs<KORA_UninstallResponse>() != nullptr) {
+        logInfo("Successfully notified KORA Server");
+    }
     db_->removeApplicationWithIdentifier(identifier);
     db_->syncDB();
     return true;
