@@ -32,7 +32,8 @@ DESCRIPTION
 
     Strings may be absent, which is not the same as empty. Wherever a command
     takes a string, the argument --null sends an absent string, and "" sends an
-    empty one. An absent string in an answer is printed as --null.
+    empty one. An absent string in an answer is printed as --null. (The text
+    "--null" itself therefore cannot be sent.)
 
 COMMANDS
     register IDENTIFIER INSTALLATION-ID PRODUCT-ID VERSION BUNDLE-PATH BRAND
@@ -116,10 +117,13 @@ bool roamingFlag(const OptionalString& word) {
 }
 
 // One row per sub-command: its name, how many arguments it takes, and the call.
+// The call may throw UsageError, but only from a check that `validate` has
+// already made before anything is sent.
 struct Command {
     const char* name;
     std::size_t argumentCount;
     void (*run)(KoraClient& client, const Arguments& a);
+    void (*validate)(const Arguments& a) = nullptr;
 };
 
 const Command kCommands[] = {
@@ -130,7 +134,8 @@ const Command kCommands[] = {
     {"update", 3,
      [](KoraClient& c, const Arguments& a) { printAnswer(c.updateClient(a[0], a[1], a[2])); }},
     {"roaming", 1,
-     [](KoraClient& c, const Arguments& a) { printAnswer(c.setRoaming(roamingFlag(a[0]))); }},
+     [](KoraClient& c, const Arguments& a) { printAnswer(c.setRoaming(roamingFlag(a[0]))); },
+     [](const Arguments& a) { roamingFlag(a[0]); }},
     {"force-check", 0, [](KoraClient& c, const Arguments&) { c.forceCheck(); }},
     {"uninstall", 1, [](KoraClient& c, const Arguments& a) { printAnswer(c.uninstall(a[0])); }},
     {"register-application", 9,
@@ -176,6 +181,7 @@ Invocation parse(int argc, char** argv) {
     if (invocation.arguments.size() != invocation.command->argumentCount)
         throw UsageError(std::string(invocation.command->name) + " takes " +
                          std::to_string(invocation.command->argumentCount) + " argument(s)");
+    if (invocation.command->validate) invocation.command->validate(invocation.arguments);
     return invocation;
 }
 
