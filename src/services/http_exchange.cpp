@@ -100,6 +100,11 @@ HttpReplyHead replyHead(SoupMessage* message) {
     return head;
 }
 
+// The body is read as soon as the head is in, chunk by chunk, in the same
+// loop iterations that deliver it: like soup_session_send_and_read_async, no
+// connection is ever held by a body nobody reads (which deadlocked nested
+// exchanges), and unlike it, reading stops at the delegate's size cap instead
+// of growing a buffer for as long as the server keeps sending.
 class SoupExchange final : public HttpExchange, public std::enable_shared_from_this<SoupExchange> {
   public:
     explicit SoupExchange(std::shared_ptr<HttpExchangeDelegate> delegate)
