@@ -6,11 +6,10 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/wait.h>
 
 #include <filesystem>
-#include <fstream>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,34 +25,18 @@ struct Outcome {
     std::string output;  // standard output and error together
 };
 
-Outcome run(const std::vector<std::string>& command, const std::vector<std::string>& env = {}) {
-    std::vector<char*> argv, envp;
+Outcome run(const std::vector<std::string>& command) {
+    std::vector<char*> argv;
     for (const auto& word : command) argv.push_back(const_cast<char*>(word.c_str()));
     argv.push_back(nullptr);
-    g_auto(GStrv) environment = g_get_environ();
-    for (const auto& assignment : env) {
-        const auto equals = assignment.find('=');
-        environment = g_environ_setenv(environment, assignment.substr(0, equals).c_str(),
-                                       assignment.substr(equals + 1).c_str(), TRUE);
-    }
     g_autofree gchar* out = nullptr;
     g_autofree gchar* err = nullptr;
-    Outcome outcome;
     int wait = 0;
     g_autoptr(GError) error = nullptr;
-    if (!g_spawn_sync(nullptr, argv.data(), environment, G_SPAWN_SEARCH_PATH, nullptr, nullptr,
-                      &out, &err, &wait, &error))
+    if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, &out,
+                      &err, &wait, &error))
         return {-1, error->message};
-    outcome.status = g_spawn_check_wait_status(wait, nullptr) ? 0 : WEXITSTATUS(wait);
-    outcome.output = std::string(out) + err;
-    return outcome;
-}
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, std::string(out) + err};
 }
 
 class KoradInSandbox : public testing::Test {
@@ -74,14 +57,19 @@ class KoradInSandbox : public testing::Test {
 
     // Runs the session script in a new sandbox; its output is the outcome's.
     Outcome session(const std::string& script) {
-        return run(
-            {"timeout", "120", kSource + "/scripts/korad-sandbox", "--bus", dir_.path(), "--bind",
-             dir_.path() / "out", "--ro-bind", kSource, "--ro-bind", KORAD_BUILD_DIR, "--", "bash",
-             "-euc", ". " + kSource + "/tests/e2e/session.sh\n" + script},
-            {"KORAD=" KORAD_BINARY, "KORACTL=" KORACTL_BINARY, "OUT=" + out().string()});
+        const std::string preamble =
+            "KORAD=" KORAD_BINARY " KORACTL=" KORACTL_BINARY " OUT=" + out().string() + "\n. " +
+            kSource + "/tests/e2e/session.sh\n";
+        return run({"timeout", "120", kSource + "/scripts/korad-sandbox", "--bus", dir_.path(),
+                    "--bind", out(), "--ro-bind", kSource, "--ro-bind", KORAD_BUILD_DIR, "--",
+                    "bash", "-euc", preamble + script});
     }
     std::filesystem::path out() const { return dir_.path() / "out"; }
-    std::string saved(const char* name) const { return readFile(out() / name); }
+    std::string saved(const char* name) const {
+        g_autofree gchar* text = nullptr;
+        g_file_get_contents((out() / name).c_str(), &text, nullptr, nullptr);
+        return text ? text : "";
+    }
 
     TempDir dir_;
     int busPid_ = 0;
