@@ -16,8 +16,13 @@ class AController : public testing::Test {
   protected:
     AController() {
         setLogSink([this](LogChannel, int, const std::string& text) { lines.push_back(text); });
+        // Notices go to a closed loopback port: refused at once, never the network.
+        setenv("KORAD_SERVICE_ADDRESS", "http://127.0.0.1:9/kora2.asmx", 1);
     }
-    ~AController() override { setLogSink({}); }
+    ~AController() override {
+        unsetenv("KORAD_SERVICE_ADDRESS");
+        setLogSink({});
+    }
 
     std::filesystem::path file() const { return temp.path() / "com.olvara.korad.plist"; }
     std::unique_ptr<KoraController> start(std::chrono::milliseconds tick = 1h) const {
