@@ -49,6 +49,16 @@ std::string diagnosticTimestamp() {
     return stringWithFormat("%s.%03lld", buffer, static_cast<long long>(millis));
 }
 
+void writeDiagnostic(const std::string& text) {
+    if (sink()) {
+        sink()(LogChannel::Diagnostic, kPriorityInfo, text);
+        return;
+    }
+    std::fprintf(stderr, "%s %s[%d] %s\n", diagnosticTimestamp().c_str(),
+                 program_invocation_short_name, static_cast<int>(getpid()), text.c_str());
+    std::fflush(stderr);
+}
+
 }  // namespace
 
 void openSystemLog() {
@@ -60,31 +70,22 @@ void closeSystemLog() { closelog(); }
 void logInfo(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const std::string text = vformat(format, args);
+    writeSystem(kPriorityInfo, vformat(format, args));
     va_end(args);
-    writeSystem(kPriorityInfo, text);
 }
 
 void logError(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const std::string text = vformat(format, args);
+    writeSystem(kPriorityError, vformat(format, args));
     va_end(args);
-    writeSystem(kPriorityError, text);
 }
 
 void logDiagnostic(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const std::string text = vformat(format, args);
+    writeDiagnostic(vformat(format, args));
     va_end(args);
-    if (sink()) {
-        sink()(LogChannel::Diagnostic, kPriorityInfo, text);
-        return;
-    }
-    std::fprintf(stderr, "%s %s[%d] %s\n", diagnosticTimestamp().c_str(),
-                 program_invocation_short_name, static_cast<int>(getpid()), text.c_str());
-    std::fflush(stderr);
 }
 
 std::string stringWithFormat(const char* format, ...) {
