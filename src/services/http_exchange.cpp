@@ -126,6 +126,10 @@ class SoupExchange final : public HttpExchange, public std::enable_shared_from_t
     bool buildMessage(const HttpRequest& request, GUri* uri);
     void attachBody(const std::string& body);
     void failLater(ServiceError error);
+    // Tells the delegate one piece of the reply (`tell` answers whether it
+    // wants more), then reads the next chunk, or stops.
+    template <typename Tell>
+    void tellThenReadOn(const char* exceptionText, Tell tell);
     void readNextChunk();
     void stopReading();
     void fail(const ServiceError& error);
@@ -231,15 +235,21 @@ void SoupExchange::sent(GAsyncResult* result) {
     const ErrorPtr error(raw);
     if (!delegate_) return stopReading();
     if (error) return fail(errorFrom(error.get()));
+    tellThenReadOn("Exception while reading the reply head", [this](HttpExchangeDelegate& d) {
+        return d.didReceiveResponse(replyHead(message_.get()));
+    });
+}
+
+template <typename Tell>
+void SoupExchange::tellThenReadOn(const char* exceptionText, Tell tell) {
     // The delegate may detach itself while it is being told; the copy keeps
     // it alive until it returns.
     const std::shared_ptr<HttpExchangeDelegate> delegate = delegate_;
     bool goOn = false;
     try {
-        goOn = delegate->didReceiveResponse(replyHead(message_.get()));
+        goOn = tell(*delegate);
     } catch (...) {
-        return fail(ServiceError{g_quark_to_string(G_IO_ERROR), G_IO_ERROR_FAILED,
-                                 "Exception while reading the reply head"});
+        return fail(ServiceError{g_quark_to_string(G_IO_ERROR), G_IO_ERROR_FAILED, exceptionText});
     }
     if (!goOn) {
         delegate_.reset();
@@ -267,19 +277,9 @@ void SoupExchange::chunkRead(GAsyncResult* result) {
     gsize size = 0;
     const auto* data = static_cast<const char*>(g_bytes_get_data(bytes.get(), &size));
     if (size == 0) return finish();
-    const std::shared_ptr<HttpExchangeDelegate> delegate = delegate_;
-    bool goOn = false;
-    try {
-        goOn = delegate->didReceiveData(std::string_view(data, size));
-    } catch (...) {
-        return fail(ServiceError{g_quark_to_string(G_IO_ERROR), G_IO_ERROR_FAILED,
-                                 "Exception while reading the reply body"});
-    }
-    if (!goOn) {
-        delegate_.reset();
-        return stopReading();
-    }
-    readNextChunk();
+    tellThenReadOn("Exception while reading the reply body", [data, size](HttpExchangeDelegate& d) {
+        return d.didReceiveData(std::string_view(data, size));
+    });
 }
 
 // Closing a body stream that was not read to its end would read the rest
