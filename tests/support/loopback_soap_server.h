@@ -19,15 +19,24 @@ struct ReceivedRequest {
     std::string body;
 };
 
-// What it answers. An empty content type sends no Content-Type header.
+// What it answers. An empty content type sends no Content-Type header. Every
+// member has a default, so designated initializers may name any subset.
 struct ScriptedReply {
     unsigned status = 200;
     std::string contentType = "text/xml; charset=utf-8";
-    std::string body;
-    std::vector<std::pair<std::string, std::string>> headers;
+    std::string body{};
+    std::vector<std::pair<std::string, std::string>> headers{};
     bool chunked = false;
     unsigned delayMs = 0;
 };
+
+inline constexpr const char* kSoap11Namespace = "http://schemas.xmlsoap.org/soap/envelope/";
+
+// A SOAP 1.1 reply envelope around `body`.
+inline std::string soap11Envelope(const std::string& body) {
+    return std::string("<?xml version=\"1.0\" encoding=\"utf-8\"?><soap:Envelope xmlns:soap=\"") +
+           kSoap11Namespace + "\"><soap:Body>" + body + "</soap:Body></soap:Envelope>";
+}
 
 // An HTTP server on 127.0.0.1 (any free port) served from the default main
 // context, answering every request with what `respond` returns.
@@ -62,6 +71,9 @@ class LoopbackSoapServer {
     }
 
     Responder respond = [](const ReceivedRequest&) { return ScriptedReply{}; };
+    void answerAlways(ScriptedReply reply) {
+        respond = [reply](const ReceivedRequest&) { return reply; };
+    }
     std::vector<ReceivedRequest> requests;
 
   private:
