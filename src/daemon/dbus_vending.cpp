@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <exception>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <variant>
@@ -12,54 +13,6 @@
 
 namespace kora {
 namespace {
-
-// GDBus checks every call against this description before it reaches us, so a
-// call whose signature differs is refused without our code running.
-constexpr const char* kIntrospectionXml = R"XML(<node>
-  <interface name="com.olvara.Korad">
-    <method name="registerClientWith_installationID_productID_appVersion_bundlePath_appBrand">
-      <arg name="identifier" type="as" direction="in"/>
-      <arg name="installationID" type="as" direction="in"/>
-      <arg name="productID" type="as" direction="in"/>
-      <arg name="appVersion" type="as" direction="in"/>
-      <arg name="bundlePath" type="as" direction="in"/>
-      <arg name="appBrand" type="as" direction="in"/>
-      <arg name="result" type="b" direction="out"/>
-    </method>
-    <method name="updateClient_withBundePath_andVersion">
-      <arg name="identifier" type="as" direction="in"/>
-      <arg name="bundlePath" type="as" direction="in"/>
-      <arg name="version" type="as" direction="in"/>
-      <arg name="result" type="b" direction="out"/>
-    </method>
-    <method name="setRoaming">
-      <arg name="roaming" type="b" direction="in"/>
-      <arg name="result" type="b" direction="out"/>
-    </method>
-    <method name="forceCheck"/>
-    <method name="uninstall">
-      <arg name="identifier" type="as" direction="in"/>
-      <arg name="result" type="b" direction="out"/>
-    </method>
-    <method name="registerApplicationWithIdentifier_usingIccid_imsi_wlanMac_mobileMac_software_previousVersion_appBrand_bundlePath">
-      <arg name="identifier" type="as" direction="in"/>
-      <arg name="iccid" type="as" direction="in"/>
-      <arg name="imsi" type="as" direction="in"/>
-      <arg name="wlanMac" type="as" direction="in"/>
-      <arg name="mobileMac" type="as" direction="in"/>
-      <arg name="software" type="as" direction="in"/>
-      <arg name="previousVersion" type="as" direction="in"/>
-      <arg name="appBrand" type="as" direction="in"/>
-      <arg name="bundlePath" type="as" direction="in"/>
-      <arg name="result" type="as" direction="out"/>
-    </method>
-    <method name="echo">
-      <arg name="text" type="as" direction="in"/>
-      <arg name="result" type="as" direction="out"/>
-    </method>
-  </interface>
-</node>
-)XML";
 
 // Thrown while decoding, before the controller is called, so a refused call
 // changes nothing.
@@ -142,42 +95,74 @@ GVariant* nullableStringReply(const OptionalString& text) {
     return g_variant_new_tuple(&element, 1);
 }
 
-// One row per member: how its arguments reach the controller and what goes
-// back. A null reply is the empty tuple.
+// One row per member: its arguments as "name:type" words, the type of its
+// result ("" for none; a null reply is the empty tuple), and how the arguments
+// reach the controller. The interface description is built from these rows, so
+// a member cannot be described one way and dispatched another.
 struct Operation {
     const char* member;
+    const char* arguments;
+    const char* result;
     GVariant* (*call)(VendedController& controller, const Arguments& args);
 };
 
 const Operation kOperations[] = {
     {"registerClientWith_installationID_productID_appVersion_bundlePath_appBrand",
+     "identifier:as installationID:as productID:as appVersion:as bundlePath:as appBrand:as", "b",
      [](VendedController& c, const Arguments& a) {
          return booleanReply(c.registerClientWith(a.text(0), a.text(1), a.text(2), a.text(3),
                                                   a.text(4), a.text(5)));
      }},
-    {"updateClient_withBundePath_andVersion",
+    {"updateClient_withBundePath_andVersion", "identifier:as bundlePath:as version:as", "b",
      [](VendedController& c, const Arguments& a) {
          return booleanReply(c.updateClient(a.text(0), a.text(1), a.text(2)));
      }},
-    {"setRoaming",
+    {"setRoaming", "roaming:b", "b",
      [](VendedController& c, const Arguments& a) { return booleanReply(c.setRoaming(a.flag(0))); }},
-    {"forceCheck",
+    {"forceCheck", "", "",
      [](VendedController& c, const Arguments&) -> GVariant* {
          c.forceCheck();
          return nullptr;
      }},
-    {"uninstall",
+    {"uninstall", "identifier:as", "b",
      [](VendedController& c, const Arguments& a) { return booleanReply(c.uninstall(a.text(0))); }},
     {"registerApplicationWithIdentifier_usingIccid_imsi_wlanMac_mobileMac_software_"
      "previousVersion_appBrand_bundlePath",
+     "identifier:as iccid:as imsi:as wlanMac:as mobileMac:as software:as previousVersion:as "
+     "appBrand:as bundlePath:as",
+     "as",
      [](VendedController& c, const Arguments& a) {
          return nullableStringReply(c.registerApplicationWithIdentifier(
              a.text(0), a.text(1), a.text(2), a.text(3), a.text(4), a.text(5), a.text(6), a.text(7),
              a.text(8)));
      }},
-    {"echo", [](VendedController& c,
-                const Arguments& a) { return nullableStringReply(c.echo(a.text(0))); }},
+    {"echo", "text:as", "as",
+     [](VendedController& c, const Arguments& a) {
+         return nullableStringReply(c.echo(a.text(0)));
+     }},
 };
+
+std::string argumentXml(const std::string& name, const std::string& type, const char* direction) {
+    return "      <arg name=\"" + name + "\" type=\"" + type + "\" direction=\"" + direction +
+           "\"/>\n";
+}
+
+// GDBus checks every call against this description before it reaches us, so a
+// call whose signature differs is refused without our code running.
+std::string describeInterface() {
+    std::string xml = std::string("<node>\n  <interface name=\"") + kKoradInterface + "\">\n";
+    for (const Operation& operation : kOperations) {
+        xml += std::string("    <method name=\"") + operation.member + "\">\n";
+        std::istringstream words(operation.arguments);
+        for (std::string word; words >> word;) {
+            const std::size_t colon = word.find(':');
+            xml += argumentXml(word.substr(0, colon), word.substr(colon + 1), "in");
+        }
+        if (*operation.result != '\0') xml += argumentXml("result", operation.result, "out");
+        xml += "    </method>\n";
+    }
+    return xml + "  </interface>\n</node>\n";
+}
 
 const Operation* findOperation(const char* member) {
     for (const Operation& operation : kOperations)
@@ -192,7 +177,7 @@ DBusVending::DBusVending(GDBusConnection* connection, VendedController& controll
       controller_(controller),
       nodeInfo_(nullptr, g_dbus_node_info_unref) {
     g_autoptr(GError) error = nullptr;
-    nodeInfo_.reset(g_dbus_node_info_new_for_xml(kIntrospectionXml, &error));
+    nodeInfo_.reset(g_dbus_node_info_new_for_xml(introspectionXml(), &error));
     if (!nodeInfo_) throw std::runtime_error(error->message);
 
     static const GDBusInterfaceVTable vtable = {
@@ -209,7 +194,8 @@ DBusVending::~DBusVending() {
 }
 
 const char* DBusVending::introspectionXml() {
-    return kIntrospectionXml;
+    static const std::string xml = describeInterface();
+    return xml.c_str();
 }
 
 // A C callback: nothing may leave it as an exception. Every path answers the
