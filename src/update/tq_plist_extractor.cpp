@@ -43,14 +43,8 @@ struct mach_header {
     std::uint32_t sizeofcmds;
     std::uint32_t flags;
 };
-struct mach_header_64 {
-    std::uint32_t magic;
-    std::int32_t cputype;
-    std::int32_t cpusubtype;
-    std::uint32_t filetype;
-    std::uint32_t ncmds;
-    std::uint32_t sizeofcmds;
-    std::uint32_t flags;
+// The 64-bit header is the 32-bit one with a reserved word after it.
+struct mach_header_64 : mach_header {
     std::uint32_t reserved;
 };
 struct load_command {
