@@ -5,12 +5,12 @@
 
 #include <bit>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 
 #include "daemon/embedded_plists.h"
 #include "platform/mapped_file.h"
 #include "platform/own_executable.h"
+#include "support/temp_dir.h"
 
 namespace kora {
 namespace {
@@ -41,9 +41,10 @@ struct Out {
 struct Sect {
     std::string segment, name, data;
 };
+using Sects = std::vector<Sect>;
 
 // One segment command per section; the section data follows all commands, last in the file.
-Bytes machO(bool wide, const std::vector<Sect>& sects, bool big = kHostBig) {
+Bytes machO(bool wide, const Sects& sects, bool big = kHostBig) {
     const std::uint32_t cmdsize = wide ? 72 + 80 : 56 + 68;
     Out out{big, {}};
     for (std::uint32_t v : {wide ? 0xfeedfacfu : 0xfeedfaceu, 7u, 3u, 2u}) out.u32(v);
@@ -63,21 +64,14 @@ Bytes machO(bool wide, const std::vector<Sect>& sects, bool big = kHostBig) {
     return out.bytes;
 }
 
-// Slices follow the table at offsets aligned to 16 bytes.
-Bytes fat(const std::vector<Bytes>& slices, std::uint32_t firstOffset = 0) {
+// Slices follow the table back to back, at offsets with no particular alignment.
+Bytes fat(const std::vector<Bytes>& slices) {
     Out out{true, {}};
     out.u32(0xcafebabe), out.u32(slices.size());
     std::uint32_t at = 8 + 20 * slices.size();
-    for (const Bytes& slice : slices) {
-        at = (at + 15) / 16 * 16;
-        out.u32(7), out.u32(3), out.u32(firstOffset ? firstOffset : at), out.u32(slice.size()),
-            out.u32(4);
-        at += slice.size(), firstOffset = 0;
-    }
-    for (const Bytes& slice : slices) {
-        out.bytes.resize((out.bytes.size() + 15) / 16 * 16);
-        out.bytes.insert(out.bytes.end(), slice.begin(), slice.end());
-    }
+    for (const Bytes& slice : slices)
+        out.u32(7), out.u32(3), out.u32(at), out.u32(slice.size()), out.u32(4), at += slice.size();
+    for (const Bytes& slice : slices) out.bytes.insert(out.bytes.end(), slice.begin(), slice.end());
     return out.bytes;
 }
 
@@ -99,21 +93,13 @@ Bytes elf(const std::string& name, const std::string& data, std::uint32_t type =
     sections[1].sh_offset = sizeof(Ehdr) + sizeof sections, sections[1].sh_size = names.size();
     sections[2].sh_name = 11, sections[2].sh_type = type;
     sections[2].sh_offset = sections[1].sh_offset + names.size(), sections[2].sh_size = data.size();
-    const auto* first = reinterpret_cast<const std::uint8_t*>(&header);
-    Bytes out(first, first + sizeof header);
-    first = reinterpret_cast<const std::uint8_t*>(sections);
-    out.insert(out.end(), first, first + sizeof sections);
-    out.insert(out.end(), names.begin(), names.end());
-    out.insert(out.end(), data.begin(), data.end());
-    return out;
+    std::string out(reinterpret_cast<const char*>(&header), sizeof header);
+    out.append(reinterpret_cast<const char*>(sections), sizeof sections).append(names + data);
+    return Bytes(out.begin(), out.end());
 }
 
-Bytes m32(const std::vector<Sect>& sects, bool big = kHostBig) {
-    return machO(false, sects, big);
-}
-Bytes m64(const std::vector<Sect>& sects, bool big = kHostBig) {
-    return machO(true, sects, big);
-}
+const auto m32 = [](const Sects& s, bool big = kHostBig) { return machO(false, s, big); };
+const auto m64 = [](const Sects& s, bool big = kHostBig) { return machO(true, s, big); };
 
 Bytes patched(Bytes file, std::size_t at, std::uint32_t value) {
     std::memcpy(file.data() + at, &value, 4);  // host order
@@ -132,70 +118,56 @@ std::optional<std::string> labelOf(const std::optional<PlistValue>& value) {
     return dictionary ? dictionary->string("Label") : std::nullopt;
 }
 
-std::optional<Bytes> launchdSection(const Bytes& file) {
-    return TqPlistExtractor::TqMachOSection(std::span(file), "__TEXT", "__launchd_plist");
+TEST(ATqPlistExtractor, FindsOnlyTheRightSectionAndNeverReadsPastTheEnd) {
+    const struct {
+        const char* behaviour;
+        Bytes file;
+        std::optional<std::string> label;  // of the property list found
+        std::string section = "__launchd_plist";
+    } rows[] = {
+        // Field offsets in m32({kData, kJob32}): ncmds 16, first cmdsize 28+4, and in the
+        // second command section size 208+36, offset 208+40. In m64({kData, kJob64}): nsects
+        // 184+64, section size 256+40. In fat({slice}): nfat_arch 4 (big-endian), the first
+        // slice's offset 16.
+        // clang-format off
+        {"thin 32-bit", m32({kCode, kJob32}), "thin32"},
+        {"thin 64-bit", m64({kCode, kJob64}), "thin64"},
+        {"a missing section", m64({kJob64}), {}, "__info_plist"},
+        {"the section in __DATA", m64({{"__DATA", kJob32.name, plist("d")}}), {}},
+        {"bytes that are no property list", m32({{"__TEXT", kJob32.name, "not a plist"}}), {}},
+        {"first of two same-named sections", m64({kJob64, {"__TEXT", kJob32.name, plist("2")}}), "thin64"},
+        {"a name filling 16 bytes", m64({{"__TEXT", "__launchd_plistX", plist("f")}}), "f", "__launchd_plistX"},
+        {"after a __TEXT segment without it, the walk skips its sections, not cmdsize", patched(m32({kCode, kJob32}), 28 + 4, 8), "thin32"},
+        {"a command of size 0 hides what follows", patched(m32({kCode, kJob32}), 28 + 4, 0), {}},
+        {"thin 64-bit of the other byte order", m64({kJob64}, !kHostBig), {}},
+        {"universal, second slice has it", fat({m32({kCode}), m64({kJob64})}), "thin64"},
+        {"universal, first slice with it wins", fat({m32({kCode}), m32({kJob32}), m64({kJob64})}), "thin32"},
+        {"universal, other byte order skipped", fat({m32({kJob32}, !kHostBig), m64({kJob64})}), "thin64"},
+        {"universal, slice past the end skipped", patched(fat({m64({kJob64}), m32({kJob32})}), 16, 0x40404040), "thin32"},
+        {"universal, table past the end", patched(fat({m64({kJob64})}), 4, 0xffff0000), "thin64"},
+        {"universal, table longer than the file, slice at 0", patched(patched(fat({m64({kJob64})}), 4, 0xffff0000), 16, 0), {}},
+        {"huge ncmds", patched(m32({kData, kJob32}), 16, 0xffffffff), {}, "__info_plist"},
+        {"cmdsize past the end", patched(m32({kData, kJob32}), 28 + 4, 0x7fffffff), {}},
+        {"huge nsects", patched(m64({kData, kJob64}), 184 + 64, 0xffffffff), {}, "__info_plist"},
+        {"section offset past the end", patched(m32({kData, kJob32}), 208 + 40, 0xfffffff0), {}},
+        {"section size past the end", patched(m32({kData, kJob32}), 208 + 36, 0xffffffff), {}},
+        {"64-bit section size: only its low 32 bits count", patched(m64({kData, kJob64}), 256 + (kHostBig ? 40 : 44), 1), "thin64"},
+        {"64-bit ELF", elf<true>(kElfName, plist("e64")), "e64"},
+        {"32-bit ELF", elf<false>(kElfName, plist("e32")), "e32"},
+        {"ELF of the other byte order", elf<true>(kElfName, plist("x"), SHT_PROGBITS, kOtherOrder), {}},
+        {"ELF section without file bytes", elf<true>(kElfName, plist("x"), SHT_NOBITS), {}},
+        // clang-format on
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(labelOf(TqPlistExtractor::TqExtractPlist(std::span(row.file), row.section)),
+                  row.label)
+            << row.behaviour;
 }
-
-struct Row {
-    const char* behaviour;
-    Bytes file;
-    std::optional<std::string> label;  // of the property list found
-    std::string section = "__launchd_plist";
-};
-
-class ATqPlistExtractor : public testing::TestWithParam<Row> {};
-
-TEST_P(ATqPlistExtractor, FindsOnlyTheRightSectionAndNeverReadsPastTheEnd) {
-    const Row& row = GetParam();
-    EXPECT_EQ(labelOf(TqPlistExtractor::TqExtractPlist(std::span(row.file), row.section)),
-              row.label)
-        << row.behaviour;
-}
-
-// Field offsets in m32/m64({kData, kJob}): ncmds 16, first cmdsize 28+4 / 32+4; in the second
-// command: nsects 152+48 / 184+64, section size 208+36 / 256+40, offset 208+40 / 256+48.
-// In fat({slice}): nfat_arch 4 (big-endian), the first slice's offset 16.
-// clang-format off
-INSTANTIATE_TEST_SUITE_P(Files, ATqPlistExtractor, testing::Values(
-    Row{"thin 32-bit", m32({kCode, kJob32}), "thin32"},
-    Row{"thin 64-bit", m64({kCode, kJob64}), "thin64"},
-    Row{"a missing section", m64({kJob64}), {}, "__info_plist"},
-    Row{"the section in __DATA", m64({{"__DATA", kJob32.name, plist("d")}}), {}},
-    Row{"bytes that are no property list", m32({{"__TEXT", kJob32.name, "not a plist"}}), {}},
-    Row{"first of two same-named sections",
-        m64({kJob64, {"__TEXT", kJob32.name, plist("2")}}), "thin64"},
-    Row{"a name filling 16 bytes",
-        m64({{"__TEXT", "__launchd_plistX", plist("f")}}), "f", "__launchd_plistX"},
-    Row{"after a __TEXT segment without it, the walk skips its sections, not cmdsize",
-        patched(m32({kCode, kJob32}), 28 + 4, 8), "thin32"},
-    Row{"a command of size 0 hides what follows", patched(m32({kCode, kJob32}), 28 + 4, 0), {}},
-    Row{"thin 32-bit of the other byte order", m32({kJob32}, !kHostBig), {}},
-    Row{"thin 64-bit of the other byte order", m64({kJob64}, !kHostBig), {}},
-    Row{"universal, second slice has it", fat({m32({kCode}), m64({kJob64})}), "thin64"},
-    Row{"universal, first slice with it wins",
-        fat({m32({kCode}), m32({kJob32}), m64({kJob64})}), "thin32"},
-    Row{"universal, other byte order skipped",
-        fat({m32({kJob32}, !kHostBig), m64({kJob64})}), "thin64"},
-    Row{"universal, slice past the end skipped",
-        fat({m64({kJob64}), m32({kJob32})}, 1u << 30), "thin32"},
-    Row{"universal, table past the end", patched(fat({m64({kJob64})}), 4, 0xffff0000), "thin64"},
-    Row{"universal, table longer than the file, slice at 0",
-        patched(patched(fat({m64({kJob64})}), 4, 0xffff0000), 16, 0), {}},
-    Row{"huge ncmds", patched(m32({kData, kJob32}), 16, 0xffffffff), {}, "__info_plist"},
-    Row{"cmdsize past the end", patched(m32({kData, kJob32}), 28 + 4, 0x7fffffff), {}},
-    Row{"huge nsects", patched(m64({kData, kJob64}), 184 + 64, 0xffffffff), {}, "__info_plist"},
-    Row{"section offset past the end", patched(m32({kData, kJob32}), 208 + 40, 0xfffffff0), {}},
-    Row{"section size past the end", patched(m32({kData, kJob32}), 208 + 36, 0xffffffff), {}},
-    Row{"64-bit section size past the end", patched(m64({kData, kJob64}), 256 + 40, 1u << 31), {}},
-    Row{"64-bit section offset past the end", patched(m64({kData, kJob64}), 256 + 48, ~0u), {}},
-    Row{"64-bit ELF", elf<true>(kElfName, plist("e64")), "e64"},
-    Row{"32-bit ELF", elf<false>(kElfName, plist("e32")), "e32"},
-    Row{"ELF of the other byte order",
-        elf<true>(kElfName, plist("x"), SHT_PROGBITS, kOtherOrder), {}},
-    Row{"ELF section without file bytes", elf<true>(kElfName, plist("x"), SHT_NOBITS), {}}));
-// clang-format on
 
 TEST(TruncatedFiles, YieldNothingAtEveryLengthShortOfTheWhole) {
+    const auto launchdSection = [](const Bytes& file) {
+        return TqPlistExtractor::TqMachOSection(std::span(file), "__TEXT", "__launchd_plist");
+    };
     for (const Bytes& whole : {m32({kCode, kJob32}), m64({kJob64}), fat({m32({kJob32})}),
                                elf<true>(kElfName, "x"), elf<false>(kElfName, "x")}) {
         EXPECT_TRUE(launchdSection(whole));
@@ -207,39 +179,36 @@ TEST(TruncatedFiles, YieldNothingAtEveryLengthShortOfTheWhole) {
 }
 
 TEST(FilesOnDisk, AreMappedAndMissingFoldersAndEmptyFilesYieldNothing) {
-    const auto folder = std::filesystem::path(testing::TempDir()) / "tq_plist_extractor";
-    std::filesystem::create_directories(folder);
+    const TempDir folder;
     const Bytes image = fat({m64({kJob64})});
-    std::ofstream(folder / "korad", std::ios::binary)
+    std::ofstream(folder.path() / "korad", std::ios::binary)
         .write(reinterpret_cast<const char*>(image.data()), image.size());
-    std::ofstream(folder / "empty").close();
-    EXPECT_EQ(labelOf(TqPlistExtractor::TqExtractPlist(folder / "korad", "__launchd_plist")),
+    std::ofstream(folder.path() / "empty").close();
+    EXPECT_EQ(labelOf(TqPlistExtractor::TqExtractPlist(folder.path() / "korad", "__launchd_plist")),
               "thin64");
-    EXPECT_TRUE(MappedFile::open(folder / "empty")->bytes().empty());
-    for (const char* name : {"empty", "missing", "."}) {
-        EXPECT_FALSE(TqPlistExtractor::TqExtractPlist(folder / name, "__launchd_plist")) << name;
-    }
-    std::filesystem::remove_all(folder);
+    EXPECT_TRUE(MappedFile::open(folder.path() / "empty")->bytes().empty());
+    for (const char* name : {"empty", "missing", "."})
+        EXPECT_FALSE(TqPlistExtractor::TqExtractPlist(folder.path() / name, "__launchd_plist"))
+            << name;
 }
 
-std::vector<std::string> keysOf(const std::optional<PlistValue>& value) {
-    std::vector<std::string> keys;
-    if (const auto* dictionary = value ? value->as<PlistDictionary>() : nullptr) {
-        for (const auto& entry : dictionary->entries()) keys.push_back(entry.key);
-    }
+// The keys of a description in the daemon's own executable, in order.
+std::string keysIn(const char* section) {
+    const auto value = TqPlistExtractor::TqExtractPlist(kOwnExecutablePath, section);
+    std::string keys;
+    if (const auto* dictionary = value ? value->as<PlistDictionary>() : nullptr)
+        for (const auto& entry : dictionary->entries()) keys += entry.key + " ";
     return keys;
 }
 
 TEST(TheDaemonExecutable, CarriesBothDescriptionsWithTheirKeysInOrder) {
     EXPECT_EQ(embeddedBundleVersion(), "1.3.1.0");
-    const auto job = TqPlistExtractor::TqExtractPlist(kOwnExecutablePath, "__launchd_plist");
-    EXPECT_EQ(keysOf(job),
-              (std::vector<std::string>{"Label", "KeepAlive", "RunAtLoad", "ThrottleInterval",
-                                        "StandardOutPath", "StandardErrorPath", "MachServices"}));
-    const auto bundle = TqPlistExtractor::TqExtractPlist(kOwnExecutablePath, "__info_plist");
-    EXPECT_EQ(keysOf(bundle),
-              (std::vector<std::string>{"CFBundleIdentifier", "CFBundleInfoDictionaryVersion",
-                                        "CFBundleName", "CFBundleVersion", "SMAuthorizedClients"}));
+    EXPECT_EQ(keysIn("__launchd_plist"),
+              "Label KeepAlive RunAtLoad ThrottleInterval StandardOutPath StandardErrorPath "
+              "MachServices ");
+    EXPECT_EQ(keysIn("__info_plist"),
+              "CFBundleIdentifier CFBundleInfoDictionaryVersion CFBundleName CFBundleVersion "
+              "SMAuthorizedClients ");
     const auto section =
         TqPlistExtractor::TqMachOSection(kOwnExecutablePath, "__TEXT", "__launchd_plist");
     ASSERT_TRUE(section);
