@@ -6,12 +6,7 @@
 
 #include "support/date_values.h"
 
-using kora::dateFromStoredText;
-using kora::storedDateText;
-using kora::test::localDate;
-using kora::test::show;
-using kora::test::utcDate;
-
+namespace kora::test {
 namespace {
 
 TEST(StoredDate, WritesLocalWallClockAndReadsItBackIgnoringTheOffset) {
@@ -25,8 +20,8 @@ TEST(StoredDate, WritesLocalWallClockAndReadsItBackIgnoringTheOffset) {
 
 TEST(StoredDate, RoundTripsExactlyToTheSecondEvenWhenClocksGoBack) {
     using std::chrono::milliseconds;
-    const kora::Date dates[] = {
-        kora::kEpoch,
+    const Date dates[] = {
+        kEpoch,
         utcDate(2011, 3, 7, 12, 5, 9) + milliseconds(999),
         utcDate(1969, 7, 20, 20, 17, 40),
         utcDate(2023, 3, 26, 1, 30),   // just after clocks go forward in Helsinki
@@ -41,3 +36,4 @@ TEST(StoredDate, RoundTripsExactlyToTheSecondEvenWhenClocksGoBack) {
 }
 
 }  // namespace
+}  // namespace kora::test
