@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <fstream>
+#include <tuple>
 
 #include "support/temp_dir.h"
 
@@ -12,52 +14,48 @@ namespace {
 namespace fs = std::filesystem;
 using Entries = std::vector<std::pair<std::string, PlistValue>>;
 
-PlistDictionary dictionaryOf(Entries entries) {
+PlistDictionary dictionaryOf(const Entries& entries) {
     PlistDictionary dictionary;
     for (const auto& [key, value] : entries) dictionary.set(key, value);
     return dictionary;
 }
 
+std::shared_ptr<KoraUpdate> updateOf(const Entries& stored) {
+    return std::make_shared<KoraUpdate>(dictionaryOf(stored));
+}
+
+// Writes a property list, creating its folder.
+void write(const fs::path& path, const Entries& entries) {
+    fs::create_directories(path.parent_path());
+    writePropertyList(dictionaryOf(entries), path);
+}
+
 class ARegistry : public testing::Test {
   protected:
-    ARegistry() { fs::create_directories(preferences()); }
-
-    fs::path file() const { return temp.path() / "com.olvara.korad.plist"; }
-    fs::path preferences() const { return temp.path() / "Preferences"; }
-    fs::path applications() const { return temp.path() / "Applications"; }
-    std::unique_ptr<KoraDB> open() const {
-        return std::make_unique<KoraDB>(file(), workspace, preferences());
-    }
-    PlistDictionary onDisk() const { return readPropertyListDictionary(file()).value(); }
-    void writePreferences(const std::string& identifier, Entries entries) const {
-        writePropertyList(dictionaryOf(entries), preferences() / (identifier + ".plist"));
-    }
+    auto open() const { return std::make_unique<KoraDB>(file, workspace, preferences); }
+    PlistDictionary onDisk() const { return readPropertyListDictionary(file).value(); }
     fs::path makeBundle(const fs::path& relative, const std::string& identifier,
-                        const std::string& version) const {
-        const fs::path bundle = applications() / relative;
-        fs::create_directories(bundle / "Contents");
-        writePropertyList(dictionaryOf({{"CFBundleIdentifier", identifier},
-                                        {"CFBundleShortVersionString", version}}),
-                          bundle / "Contents" / "Info.plist");
-        return bundle;
+                        const std::string& version = "1") const {
+        write(applications / relative / "Contents/Info.plist",
+              {{"CFBundleIdentifier", identifier}, {"CFBundleShortVersionString", version}});
+        return applications / relative;
     }
 
     TempDir temp;
-    LiveWorkspace workspace{applications()};
+    const fs::path file = temp.path() / "com.olvara.korad.plist";
+    const fs::path preferences = temp.path() / "Preferences";
+    const fs::path applications = temp.path() / "Applications";
+    LiveWorkspace workspace{applications};
 };
 
 TEST_F(ARegistry, ReadsBackWhatAnotherRegistryWrote) {
-    auto update = std::make_shared<KoraUpdate>();
-    update->setIdentifier("com.a");
-    update->setVersionTo("2.0");
     {
         auto db = open();
         db->addApplicationWithIdentifier("com.a", "I", "P", "1.0", "/A.app", std::nullopt);
-        db->updateInfoForUpdateWithIdentifier("com.a", update);
+        db->updateInfoForUpdateWithIdentifier("com.a", updateOf({{"versionTo", "2.0"}}));
     }
+    // Five fields: the entry repeats neither its key nor the absent brand.
     const PlistDictionary entry = *onDisk().dictionary("KoraDB")->dictionary("com.a");
-    EXPECT_EQ(entry.find("identifier"), nullptr);
-    EXPECT_EQ(entry.find("brand"), nullptr);
     EXPECT_EQ(entry.size(), 5u);
 
     auto db = open();
@@ -70,33 +68,27 @@ TEST_F(ARegistry, ReadsBackWhatAnotherRegistryWrote) {
 TEST_F(ARegistry, WritesOnlyItsOwnSectionAndKeepsTheOtherKeysAsOnDisk) {
     auto db = open();
     const PlistDictionary foreign = dictionaryOf({{"x", 1}});
-    writePropertyList(dictionaryOf({{"UpdateDB", foreign},
-                                    {"LastKoraCheckDate", "2024-01-02 03:04:05 +0000"},
-                                    {"Other", true}}),
-                      file());
+    const PlistValue lastCheck = "2024-01-02 03:04:05 +0000";
+    write(file, {{"UpdateDB", foreign}, {"LastKoraCheckDate", lastCheck}, {"Other", true}});
     db->addApplicationWithIdentifier("com.a", "I", "P", "1.0", "/A.app", "B");
     db->syncDB();
     EXPECT_EQ(*onDisk().dictionary("UpdateDB"), foreign);
-    EXPECT_EQ(onDisk().string("LastKoraCheckDate"), "2024-01-02 03:04:05 +0000");
+    EXPECT_EQ(*onDisk().find("LastKoraCheckDate"), lastCheck);
 
     PlistDictionary edited = onDisk();
     edited.set("KoraDB", foreign);
-    writePropertyList(edited, file());
-    db->updateInfoForUpdateWithIdentifier("com.a", std::make_shared<KoraUpdate>());
+    writePropertyList(edited, file);
+    db->updateInfoForUpdateWithIdentifier("com.a", updateOf({}));
     EXPECT_EQ(*onDisk().dictionary("KoraDB"), foreign);
-    EXPECT_EQ(onDisk().string("LastKoraCheckDate"), "2024-01-02 03:04:05 +0000");
+    EXPECT_EQ(*onDisk().find("LastKoraCheckDate"), lastCheck);
     EXPECT_NE(onDisk().find("Other"), nullptr);
 }
 
 TEST_F(ARegistry, KeepsFinishedUpdatesInMemoryButLeavesThemOutOfTheFile) {
     auto db = open();
-    auto finished = std::make_shared<KoraUpdate>();
-    finished->setDownloadComplete(true);
-    finished->setInstallationComplete(true);
-    auto downloaded = std::make_shared<KoraUpdate>();
-    downloaded->setDownloadComplete(true);
+    const auto finished = updateOf({{"downloadComplete", true}, {"installationComplete", true}});
     db->updateInfoForUpdateWithIdentifier("com.done", finished);
-    db->updateInfoForUpdateWithIdentifier("com.half", downloaded);
+    db->updateInfoForUpdateWithIdentifier("com.half", updateOf({{"downloadComplete", true}}));
     db->removeApplicationWithIdentifier("com.half");
 
     EXPECT_EQ(db->getUpdateInfoForIdentifier("com.done"), finished);
@@ -106,56 +98,40 @@ TEST_F(ARegistry, KeepsFinishedUpdatesInMemoryButLeavesThemOutOfTheFile) {
 }
 
 TEST_F(ARegistry, LoadsNothingFromACorruptFileAndThenReplacesIt) {
-    std::ofstream(file()) << "<?xml version=\"1.0\"?><plist><dict><key>KoraDB</key>";
+    std::ofstream(file) << "<?xml version=\"1.0\"?><plist><dict><key>KoraDB</key>";
     auto db = open();
     EXPECT_TRUE(db->registeredApplications().empty());
-    db->updateInfoForUpdateWithIdentifier("com.a", std::make_shared<KoraUpdate>());
+    db->updateInfoForUpdateWithIdentifier("com.a", updateOf({}));
     EXPECT_EQ(onDisk().size(), 1u);
     EXPECT_NE(onDisk().dictionary("UpdateDB"), nullptr);
 }
 
-struct PreferenceCase {
-    const char* name;
-    std::optional<Entries> preferences;  // none: no preference file
-    const char* installationID;
-    const char* productID;
-    const char* brand;
-};
-
-class ANewApplication : public ARegistry, public testing::WithParamInterface<PreferenceCase> {};
-
-TEST_P(ANewApplication, TakesEachIdentityValueFromItsPreferenceFileOnlyWhenFirstSeen) {
-    const PreferenceCase& row = GetParam();
-    if (row.preferences) writePreferences("com.a", *row.preferences);
+TEST_F(ARegistry, TakesEachIdentityValueFromThePreferenceFileOnlyWhenFirstSeen) {
+    write(preferences / "com.brand.plist", {{"MVNO", "Telia"}});
+    write(preferences / "com.all.plist",
+          {{"InstallationID", "I"}, {"ProductID", "P"}, {"MVNO", "M"}});
+    const char* zero = KoraDB::kZeroIdentifier;
+    // An identifier, then the installation, product and brand it gets.
+    const std::array<const char*, 4> rows[] = {{"com.none", zero, zero, "Unknown"},
+                                               {"com.brand", zero, zero, "Telia"},
+                                               {"com.all", "I", "P", "M"}};
     auto db = open();
-    db->updateApplication("com.a", "/A.app", "1.0");
-    const auto application = db->registeredApplicationForIdentifier("com.a");
-    EXPECT_EQ(application->installationID(), row.installationID);
-    EXPECT_EQ(application->productID(), row.productID);
-    EXPECT_EQ(application->brand(), row.brand);
-
-    writePreferences("com.a", {{"MVNO", "Changed"}});
-    db->updateApplication("com.a", "/B.app", "2.0");
-    EXPECT_EQ(application->bundlePath(), "/B.app");
-    EXPECT_EQ(application->lastKnownVersion(), "2.0");
-    EXPECT_EQ(application->brand(), row.brand);
+    for (const auto& [identifier, installationID, productID, brand] : rows) {
+        db->updateApplication(identifier, "/A.app", "1.0");
+        write(preferences / (std::string(identifier) + ".plist"), {{"MVNO", "Changed"}});
+        db->updateApplication(identifier, "/B.app", "2.0");
+        const auto application = db->registeredApplicationForIdentifier(identifier);
+        EXPECT_EQ(std::tuple(application->installationID(), application->productID(),
+                             application->brand(), application->bundlePath(),
+                             application->lastKnownVersion()),
+                  std::tuple(installationID, productID, brand, "/B.app", "2.0"));
+    }
 }
-
-constexpr const char* kZero = KoraDB::kZeroIdentifier;
-INSTANTIATE_TEST_SUITE_P(
-    Rows, ANewApplication,
-    testing::Values(PreferenceCase{"NoFile", std::nullopt, kZero, kZero, "Unknown"},
-                    PreferenceCase{"OnlyBrand", Entries{{"MVNO", "Telia"}}, kZero, kZero, "Telia"},
-                    PreferenceCase{
-                        "AllValues",
-                        Entries{{"InstallationID", "I"}, {"ProductID", "P"}, {"MVNO", "M"}}, "I",
-                        "P", "M"}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(ARegistry, FollowsMovedBundlesAndDropsVanishedOnesInMemoryOnly) {
     const fs::path kept = makeBundle("Kept.app", "com.kept", "1.0");
     const fs::path moved = makeBundle("Folder/Moved.app", "com.moved", "3.1");
-    writePreferences("com.moved", {{"InstallationID", "I2"}});
+    write(preferences / "com.moved.plist", {{"InstallationID", "I2"}});
     auto db = open();
     db->addApplicationWithIdentifier("com.kept", "I", "P", "0.9", kept.string(), "B");
     db->addApplicationWithIdentifier("com.moved", "I", "P", "3.0", "/Old/Moved.app", "B");
@@ -165,19 +141,18 @@ TEST_F(ARegistry, FollowsMovedBundlesAndDropsVanishedOnesInMemoryOnly) {
     EXPECT_TRUE(db->updateInstalledApplications());
     EXPECT_EQ(db->registeredApplicationForIdentifier("com.kept")->lastKnownVersion(), "0.9");
     const auto application = db->registeredApplicationForIdentifier("com.moved");
-    EXPECT_EQ(application->bundlePath(), moved.string());
-    EXPECT_EQ(application->lastKnownVersion(), "3.1");
-    EXPECT_EQ(application->installationID(), "I2");
-    EXPECT_EQ(application->brand(), "Unknown");
+    EXPECT_EQ(std::tuple(application->bundlePath(), application->lastKnownVersion(),
+                         application->installationID(), application->brand()),
+              std::tuple(moved.string(), "3.1", "I2", "Unknown"));
     EXPECT_EQ(db->registeredApplicationForIdentifier("com.gone"), nullptr);
     EXPECT_NE(onDisk().dictionary("KoraDB")->find("com.gone"), nullptr);
 }
 
 TEST_F(ARegistry, FindsTheFirstMatchingBundleInPathNameOrder) {
-    makeBundle("B.app", "com.x", "1");
-    const fs::path first = makeBundle("A Folder/X.app", "com.x", "1");
-    makeBundle("A Folder/Other.app", "com.y", "1");
-    makeBundle("C.app/Contents/Nested.app", "com.z", "1");
+    makeBundle("B.app", "com.x");
+    const fs::path first = makeBundle("A Folder/X.app", "com.x");
+    makeBundle("A Folder/Other.app", "com.y");
+    makeBundle("C.app/Contents/Nested.app", "com.z");
     EXPECT_EQ(workspace.absolutePathForAppBundleWithIdentifier("com.x"), first);
     EXPECT_EQ(workspace.absolutePathForAppBundleWithIdentifier("com.z"), std::nullopt);
     EXPECT_EQ(LiveWorkspace(temp.path() / "none").absolutePathForAppBundleWithIdentifier("com.x"),
