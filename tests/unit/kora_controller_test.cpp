@@ -11,6 +11,7 @@ namespace kora {
 namespace {
 
 using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
 
 class AController : public testing::Test {
   protected:
@@ -30,14 +31,18 @@ class AController : public testing::Test {
             file(), temp.path() / "Preferences",
             std::make_shared<LiveWorkspace>(temp.path() / "Applications"), tick});
     }
-    void writeLastCheck(const std::string& text) const {
+    // A registry file holding only these root keys.
+    void writeRegistry(const std::vector<PlistDictionary::Entry>& entries) const {
         PlistDictionary root;
-        root.set("LastKoraCheckDate", text);
+        for (const auto& [key, value] : entries) root.set(key, value);
         writePropertyList(root, file());
+    }
+    PlistDictionary applications() const {
+        return *readPropertyListDictionary(file())->dictionary("KoraDB");
     }
 
     TempDir temp;
-    std::vector<std::string> lines;
+    Lines lines;
 };
 
 TEST_F(AController, RegistersWithPresentAndAbsentStringsAndAlwaysAnswersTrue) {
@@ -45,45 +50,41 @@ TEST_F(AController, RegistersWithPresentAndAbsentStringsAndAlwaysAnswersTrue) {
     EXPECT_TRUE(controller->registerClientWith("com.a", "I", std::nullopt, "1.0", "/A.app", ""));
     EXPECT_TRUE(controller->registerClientWith(std::nullopt, "I", "P", "1", "/B.app", "B"));
     EXPECT_TRUE(controller->updateClient("com.b", std::nullopt, "2.0"));
-    EXPECT_EQ(controller->registerApplicationWithIdentifier("com.c", "1", "2", "3", "4", "5", "6",
-                                                            "7", "/C.app"),
-              std::nullopt);
+    EXPECT_FALSE(controller->registerApplicationWithIdentifier("com.c", "1", "2", "3", "4", "5",
+                                                               "6", "7", "/C.app"));
 
-    const PlistDictionary section = *readPropertyListDictionary(file())->dictionary("KoraDB");
+    const PlistDictionary section = applications();
     ASSERT_EQ(section.size(), 2u);
-    const PlistDictionary* a = section.dictionary("com.a");
-    EXPECT_EQ(a->string("brand"), "");
-    EXPECT_EQ(a->find("productID"), nullptr);
+    EXPECT_EQ(section.dictionary("com.a")->string("brand"), "");
+    EXPECT_EQ(section.dictionary("com.a")->find("productID"), nullptr);
     EXPECT_EQ(section.dictionary("com.b")->find("bundlePath"), nullptr);
     EXPECT_EQ(section.dictionary("com.b")->string("brand"), "Unknown");
 
     EXPECT_TRUE(controller->uninstall("com.a"));
     EXPECT_TRUE(controller->uninstall(std::nullopt));
-    EXPECT_EQ(readPropertyListDictionary(file())->dictionary("KoraDB")->size(), 1u);
+    EXPECT_EQ(applications().size(), 1u);
 }
 
-TEST_F(AController, EchoesItsArgumentAndLogsIt) {
+TEST_F(AController, LogsEveryEchoAndEveryRoamingChangeEvenWhenUnchanged) {
     auto controller = start();
     EXPECT_EQ(controller->echo("abc"), "abc");
     EXPECT_EQ(controller->echo(std::nullopt), std::nullopt);
-    EXPECT_EQ(lines, (std::vector<std::string>{"Echoing: abc", "Echoing: (null)"}));
-}
-
-TEST_F(AController, LogsEveryRoamingChangeEvenWhenUnchanged) {
-    auto controller = start();
     EXPECT_TRUE(controller->setRoaming(true));
     EXPECT_TRUE(controller->setRoaming(true));
-    EXPECT_TRUE(controller->isModemRoaming());
     EXPECT_TRUE(controller->setRoaming(false));
-    EXPECT_EQ(lines, (std::vector<std::string>{"Setting KORA to roaming state",
-                                               "Setting KORA to roaming state",
-                                               "Setting KORA to normal state"}));
+    EXPECT_EQ(lines, (Lines{"Echoing: abc", "Echoing: (null)", "Setting KORA to roaming state",
+                            "Setting KORA to roaming state", "Setting KORA to normal state"}));
 }
 
-TEST_F(AController, ReadsTheLastCheckDateAndForgetsItOnForceCheck) {
+TEST_F(AController, RestoresItsStateFromTheFileAndForgetsTheLastCheckOnForceCheck) {
+    writeRegistry({{"LastKoraCheckDate", "yesterday"}});  // unreadable: no check yet
+    EXPECT_EQ(start()->dateSinceLastCheck(), kEpoch);
     const Date checked = dateFromUnixSeconds(1'700'000'000);
-    writeLastCheck(storedDateText(checked));
+    PlistDictionary updates;
+    updates.set("com.a", PlistDictionary{});
+    writeRegistry({{"LastKoraCheckDate", storedDateText(checked)}, {"UpdateDB", updates}});
     auto controller = start();
+    EXPECT_EQ(controller->db().getUpdateInfoForIdentifier("com.a")->delegate(), controller.get());
     EXPECT_EQ(controller->dateSinceLastCheck(), checked);
     EXPECT_EQ(controller->lastUpdate(), kEpoch);
 
@@ -94,50 +95,27 @@ TEST_F(AController, ReadsTheLastCheckDateAndForgetsItOnForceCheck) {
     EXPECT_EQ(controller->lastUpdate(), kEpoch);
 }
 
-TEST_F(AController, TreatsAnUnreadableLastCheckDateAsNoCheck) {
-    writeLastCheck("yesterday");
-    EXPECT_EQ(start()->dateSinceLastCheck(), kEpoch);
-}
-
-TEST_F(AController, BecomesTheDelegateOfRestoredUpdates) {
-    PlistDictionary updates;
-    updates.set("com.a", PlistDictionary{});
-    PlistDictionary root;
-    root.set("UpdateDB", updates);
-    writePropertyList(root, file());
-    auto controller = start();
-    EXPECT_EQ(controller->db().getUpdateInfoForIdentifier("com.a")->delegate(), controller.get());
-}
-
 TEST_F(AController, RefreshesTheRegistryAtTheFirstTickOnTheMainLoop) {
     auto controller = start(20ms);
     controller->registerClientWith("com.gone", "I", "P", "1", "/nowhere/Gone.app", "B");
     const auto deadline = std::chrono::steady_clock::now() + 5s;
-    while (controller->lastUpdate() == kEpoch && std::chrono::steady_clock::now() < deadline) {
+    while (controller->lastUpdate() == kEpoch && std::chrono::steady_clock::now() < deadline)
         g_main_context_iteration(nullptr, TRUE);
-    }
     EXPECT_NE(controller->lastUpdate(), kEpoch);
-    EXPECT_TRUE(readPropertyListDictionary(file())->dictionary("KoraDB")->empty());
+    EXPECT_TRUE(applications().empty());
 }
 
-using TickCase = std::pair<const char*, std::chrono::milliseconds>;  // nullptr: not set
-class TheTickInterval : public testing::TestWithParam<TickCase> {};
-
-TEST_P(TheTickInterval, ComesFromTheEnvironmentOnlyWhenItIsAPositiveWholeNumber) {
-    if (GetParam().first) {
-        setenv("KORAD_TICK_SECONDS", GetParam().first, 1);
-    } else {
-        unsetenv("KORAD_TICK_SECONDS");
+TEST(TheTickInterval, ComesFromTheEnvironmentOnlyWhenItIsAPositiveWholeNumber) {
+    unsetenv("KORAD_TICK_SECONDS");
+    EXPECT_EQ(tickIntervalFromEnvironment(), 30s);
+    const std::pair<const char*, std::chrono::seconds> rows[] = {
+        {"2", 2s}, {"0", 30s}, {"-5", 30s}, {"5s", 30s}, {"", 30s}, {"99999999999", 30s}};
+    for (const auto& [text, expected] : rows) {
+        setenv("KORAD_TICK_SECONDS", text, 1);
+        EXPECT_EQ(tickIntervalFromEnvironment(), expected) << text;
     }
-    EXPECT_EQ(tickIntervalFromEnvironment(), GetParam().second);
     unsetenv("KORAD_TICK_SECONDS");
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, TheTickInterval,
-                         testing::Values(TickCase(nullptr, 30s), TickCase("2", 2s),
-                                         TickCase("0", 30s), TickCase("-5", 30s),
-                                         TickCase("5s", 30s), TickCase("", 30s),
-                                         TickCase("99999999999", 30s)));
 
 }  // namespace
 }  // namespace kora
