@@ -27,8 +27,9 @@ std::optional<std::string> xsiTypeAttribute(xmlNodePtr element) {
 // "prefix:local" names a type through the namespace table: the document's
 // prefix is resolved to its URI, and the URI to this system's own prefix, so
 // «tns:cUpdate» with tns bound to the service namespace is "KORA_cUpdate".
-// A prefix without a declaration in scope, or a namespace the table does not
-// know, names no type.
+// A prefix without a declaration in scope (an empty one never has one: it is
+// not the default namespace), or a namespace the table does not know, names
+// no type.
 std::optional<std::string> typeNameFromAttribute(xmlNodePtr element, std::string_view value) {
     const std::size_t colon = value.find(':');
     if (colon == std::string_view::npos) return std::string(value);
@@ -36,8 +37,8 @@ std::optional<std::string> typeNameFromAttribute(xmlNodePtr element, std::string
     std::string_view localName = value.substr(colon + 1);
     localName = localName.substr(0, localName.find(':'));
 
-    xmlNsPtr ns =
-        xmlSearchNs(element->doc, element, prefix.empty() ? nullptr : BAD_CAST prefix.c_str());
+    if (prefix.empty()) return std::nullopt;
+    xmlNsPtr ns = xmlSearchNs(element->doc, element, BAD_CAST prefix.c_str());
     if (ns == nullptr || ns->href == nullptr) return std::nullopt;
     KORA::initialize();
     const std::optional<std::string> ourPrefix =

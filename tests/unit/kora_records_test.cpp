@@ -120,6 +120,7 @@ TEST_F(KoraRecords, TypeAttributesChooseTheReaderThroughTheNamespaceTable) {
         {"xsi:type='other:cUpdate'", "", "no CheckResult"},
         {"xsi:type='nowhere:cUpdate'", "", "no CheckResult"},
         {"xsi:type='cUpdate'", "", "no CheckResult"},
+        {"xmlns='http://kora.olvara.com/ns/KORA' xsi:type=':cUpdate'", "", "no CheckResult"},
         {"", "xsi:type='NSString'", "u"},
         {"", "xsi:type='xsd:string'", "no UpdateID"},  // a type no field holds
         {"", "xsi:type='NSNumber'", "no UpdateID"},
