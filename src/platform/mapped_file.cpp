@@ -31,7 +31,9 @@ class FileDescriptor {
 }  // namespace
 
 std::optional<MappedFile> MappedFile::open(const std::filesystem::path& path) {
-    FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    // Non-blocking, so that opening a FIFO returns at once instead of waiting
+    // for a writer; the file is refused below as not regular.
+    FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (fd.get() < 0) return std::nullopt;
 
     struct stat status {};

@@ -2,6 +2,7 @@
 
 #include <elf.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <bit>
 #include <cstring>
@@ -178,16 +179,17 @@ TEST(TruncatedFiles, YieldNothingAtEveryLengthShortOfTheWhole) {
     }
 }
 
-TEST(FilesOnDisk, AreMappedAndMissingFoldersAndEmptyFilesYieldNothing) {
+TEST(FilesOnDisk, AreMappedAndMissingFoldersEmptyFilesAndFifosYieldNothing) {
     const TempDir folder;
     const Bytes image = fat({m64({kJob64})});
     std::ofstream(folder.path() / "korad", std::ios::binary)
         .write(reinterpret_cast<const char*>(image.data()), image.size());
     std::ofstream(folder.path() / "empty").close();
+    ASSERT_EQ(::mkfifo((folder.path() / "fifo").c_str(), 0600), 0);
     EXPECT_EQ(labelOf(TqPlistExtractor::TqExtractPlist(folder.path() / "korad", "__launchd_plist")),
               "thin64");
     EXPECT_TRUE(MappedFile::open(folder.path() / "empty")->bytes().empty());
-    for (const char* name : {"empty", "missing", "."})
+    for (const char* name : {"empty", "missing", ".", "fifo"})
         EXPECT_FALSE(TqPlistExtractor::TqExtractPlist(folder.path() / name, "__launchd_plist"))
             << name;
 }
