@@ -19,7 +19,19 @@ GVariant* nullableString(const OptionalString& text) {
     return g_variant_builder_end(&builder);
 }
 
+// D-Bus carries only UTF-8 text without NUL bytes. GLib would send any other
+// string as "[Invalid UTF-8]" (or cut it at the NUL), so the daemon would store
+// something the caller never gave; such a call is refused before it is sent.
+void checkSendable(std::initializer_list<const OptionalString*> texts) {
+    for (const OptionalString* text : texts) {
+        if (*text &&
+            !g_utf8_validate((*text)->data(), static_cast<gssize>((*text)->size()), nullptr))
+            throw KoraClientError("a string to send is not UTF-8 text without NUL bytes");
+    }
+}
+
 GVariant* nullableStrings(std::initializer_list<const OptionalString*> texts) {
+    checkSendable(texts);
     std::vector<GVariant*> children;
     for (const OptionalString* text : texts) children.push_back(nullableString(*text));
     return g_variant_new_tuple(children.data(), children.size());

@@ -164,6 +164,9 @@ TEST_F(DBusApi, WrongArgumentTypesAreRefusedAndChangeNothing) {
     for (const auto& row : rows)
         EXPECT_EQ(rawCallError(row.member, row.arguments), G_DBUS_ERROR_INVALID_ARGS)
             << row.member << row.arguments;
+    // Text D-Bus cannot carry is refused by the client, not sent altered.
+    for (const std::string& text : {std::string("a\xff"), std::string("a\0b", 3)})
+        EXPECT_THROW(served([&] { return KoraClient(address()).echo(text); }), KoraClientError);
     EXPECT_TRUE(controller_.calls.empty());
 }
 
