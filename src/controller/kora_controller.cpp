@@ -14,10 +14,6 @@
 namespace kora {
 namespace {
 
-Date now() {
-    return std::chrono::system_clock::now();
-}
-
 // "LastKoraCheckDate" of the registry file. A missing file or key, or a text
 // that yields no date, counts as a check that never happened.
 Date storedLastCheckDate(const std::filesystem::path& configPath) {

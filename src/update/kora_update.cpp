@@ -76,7 +76,7 @@ void KoraUpdate::postponeHours(std::int32_t hours, Date now) {
 }
 
 void KoraUpdate::postponeHours(std::int32_t hours) {
-    postponeHours(hours, std::chrono::system_clock::now());
+    postponeHours(hours, now());
 }
 
 bool KoraUpdate::shouldPostpone(Date now) const {
@@ -85,7 +85,7 @@ bool KoraUpdate::shouldPostpone(Date now) const {
 }
 
 bool KoraUpdate::shouldPostpone() const {
-    return shouldPostpone(std::chrono::system_clock::now());
+    return shouldPostpone(now());
 }
 
 }  // namespace kora

@@ -19,7 +19,7 @@ TEST(AnUpdate, ComesBackFromItsStoredFormWithEveryStoredField) {
     }
     stored.set("installationComplete", false);
     stored.set("downloadComplete", true);
-    const Date wait = std::chrono::system_clock::now() + std::chrono::milliseconds(86'400'250);
+    const Date wait = now() + std::chrono::milliseconds(86'400'250);
     stored.set("waitUntilDate", storedDateText(wait));
 
     const KoraUpdate restored(stored);
@@ -31,7 +31,7 @@ TEST(AnUpdate, ComesBackFromItsStoredFormWithEveryStoredField) {
 }
 
 TEST(AnUpdate, ReadsAMissingWaitAsNeverPostponedAndAnUnreadableOneAsPostponed) {
-    const Date now = std::chrono::system_clock::now();
+    const Date now = kora::now();
     EXPECT_FALSE(KoraUpdate().shouldPostpone(now));
     EXPECT_FALSE(KoraUpdate(PlistDictionary{}).shouldPostpone(now));
 
