@@ -196,8 +196,10 @@ void KoraDB::followMovedBundle(const std::string& identifier, KoraApplication& a
 
 std::optional<KoraDB::IdentityValues> KoraDB::readIdentityValues(
     const std::string& identifier) const {
-    // Joined as text, not with path operator/: an identifier starting with '/'
-    // must not replace the folder.
+    // Identifiers come from clients. One holding '/' could lead this root
+    // process to another folder's .plist and copy its values into the registry,
+    // which everyone can read; bundle identifiers never hold one.
+    if (identifier.find('/') != std::string::npos) return std::nullopt;
     const std::string path = (preferencesFolder_ / "").string() + identifier + ".plist";
     const auto preferences = readStoredDictionary(path);
     if (!preferences) return std::nullopt;

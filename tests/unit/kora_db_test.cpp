@@ -110,11 +110,13 @@ TEST_F(ARegistry, TakesEachIdentityValueFromThePreferenceFileOnlyWhenFirstSeen) 
     write(preferences / "com.brand.plist", {{"MVNO", "Telia"}});
     write(preferences / "com.all.plist",
           {{"InstallationID", "I"}, {"ProductID", "P"}, {"MVNO", "M"}});
+    write(temp.path() / "Other" / "com.leak.plist", {{"MVNO", "Leaked"}});
     const char* zero = KoraDB::kZeroIdentifier;
     // An identifier, then the installation, product and brand it gets.
     const std::array<const char*, 4> rows[] = {{"com.none", zero, zero, "Unknown"},
                                                {"com.brand", zero, zero, "Telia"},
-                                               {"com.all", "I", "P", "M"}};
+                                               {"com.all", "I", "P", "M"},
+                                               {"../Other/com.leak", zero, zero, "Unknown"}};
     auto db = open();
     for (const auto& [identifier, installationID, productID, brand] : rows) {
         db->updateApplication(identifier, "/A.app", "1.0");
