@@ -9,7 +9,6 @@
 #include "services/kora.h"
 #include "services/soap_binding.h"
 #include "services/stored_date.h"
-#include "update/stored_fields.h"
 
 namespace kora {
 namespace {
@@ -17,7 +16,7 @@ namespace {
 // "LastKoraCheckDate" of the registry file. A missing file or key, or a text
 // that yields no date, counts as a check that never happened.
 Date storedLastCheckDate(const std::filesystem::path& configPath) {
-    const auto root = readStoredDictionary(configPath);
+    const auto root = readPropertyListDictionary(configPath);
     if (!root) return kEpoch;
     const auto text = root->string("LastKoraCheckDate");
     if (!text) return kEpoch;

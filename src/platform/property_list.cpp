@@ -8,11 +8,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <utility>
 
 #include "platform/plist_guard.h"
+#include "platform/regular_file.h"
 
 namespace kora {
 
@@ -220,16 +220,18 @@ struct NodeBuilder {
 plist_t toNode(const PlistValue& value) { return std::visit(NodeBuilder{}, value.storage()); }
 
 std::optional<std::vector<std::uint8_t>> readWholeFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return std::nullopt;
+    const std::optional<RegularFile> file = openRegularFile(path);
+    if (!file) return std::nullopt;
     std::vector<std::uint8_t> bytes;
-    char buffer[64 * 1024];
-    while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
-        bytes.insert(bytes.end(), buffer, buffer + in.gcount());
-        // Stop reading a file that is over the limit; parsing refuses it anyway.
-        if (bytes.size() > kPlistMaxBytes) break;
+    std::uint8_t buffer[64 * 1024];
+    // A file over the limit is not read to its end; parsing refuses it anyway.
+    while (bytes.size() <= kPlistMaxBytes) {
+        const ssize_t n = ::read(file->fd.get(), buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return std::nullopt;
+        if (n == 0) break;
+        bytes.insert(bytes.end(), buffer, buffer + n);
     }
-    if (in.bad()) return std::nullopt;
     return bytes;
 }
 

@@ -101,7 +101,8 @@ inline constexpr std::size_t kPlistMaxBytes = 16 * 1024 * 1024;
 inline constexpr std::size_t kPlistMaxDepth = 128;
 
 // XML or binary property lists. No value for anything unreadable: a missing
-// file, a corrupt or truncated one, one over the limits.
+// file, a corrupt or truncated one, one over the limits. Only regular files are
+// read, and opening never blocks, whatever a client named.
 std::optional<PlistValue> parsePropertyList(std::span<const std::uint8_t> bytes);
 std::optional<PlistValue> readPropertyList(const std::filesystem::path& path);
 

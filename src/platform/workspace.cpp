@@ -33,9 +33,6 @@ std::vector<fs::path> sortedEntries(const fs::path& folder) {
 
 bool bundleHasIdentifier(const fs::path& bundle, std::string_view identifier) {
     const fs::path infoPath = bundle / "Contents" / "Info.plist";
-    std::error_code error;
-    // Only regular files are read: a FIFO named Info.plist would block the daemon.
-    if (!fs::is_regular_file(infoPath, error)) return false;
     const auto info = readPropertyListDictionary(infoPath);
     return info && info->string("CFBundleIdentifier") == identifier;
 }

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "update/kora_update_delegate.h"
-#include "update/stored_fields.h"
 
 namespace kora {
 namespace {
@@ -44,7 +43,7 @@ KoraDB::~KoraDB() {
 }
 
 void KoraDB::load() {
-    const auto root = readStoredDictionary(dbPath_);
+    const auto root = readPropertyListDictionary(dbPath_);
     if (!root) return;
     // Sections or entries of another shape than a dictionary are skipped.
     if (const PlistDictionary* section = root->dictionary("KoraDB")) {
@@ -179,7 +178,7 @@ void KoraDB::followMovedBundle(const std::string& identifier, KoraApplication& a
     const fs::path infoPath = bundle.string() + "/Contents/Info.plist";
     std::error_code error;
     if (fs::exists(infoPath, error)) {
-        if (const auto info = readStoredDictionary(infoPath)) {
+        if (const auto info = readPropertyListDictionary(infoPath)) {
             if (auto version = info->string("CFBundleShortVersionString")) {
                 application.setLastKnownVersion(std::move(version));
             }
@@ -201,7 +200,7 @@ std::optional<KoraDB::IdentityValues> KoraDB::readIdentityValues(
     // which everyone can read; bundle identifiers never hold one.
     if (identifier.find('/') != std::string::npos) return std::nullopt;
     const std::string path = (preferencesFolder_ / "").string() + identifier + ".plist";
-    const auto preferences = readStoredDictionary(path);
+    const auto preferences = readPropertyListDictionary(path);
     if (!preferences) return std::nullopt;
     return IdentityValues{preferences->string("InstallationID").value_or(kZeroIdentifier),
                           preferences->string("ProductID").value_or(kZeroIdentifier),
@@ -211,7 +210,7 @@ std::optional<KoraDB::IdentityValues> KoraDB::readIdentityValues(
 void KoraDB::writeRootKey(const char* key, PlistDictionary section) const {
     // Missing or unreadable: the file gets this writer's section only. A failed
     // write is not reported; the next write tries again with the state then.
-    PlistDictionary root = readStoredDictionary(dbPath_).value_or(PlistDictionary{});
+    PlistDictionary root = readPropertyListDictionary(dbPath_).value_or(PlistDictionary{});
     root.set(key, PlistValue(std::move(section)));
     writePropertyList(PlistValue(std::move(root)), dbPath_);
 }

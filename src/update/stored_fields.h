@@ -1,10 +1,8 @@
 #pragma once
 
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 #include "platform/property_list.h"
 
@@ -27,14 +25,6 @@ inline bool storedFlag(const PlistDictionary& dictionary, std::string_view key) 
 inline void storeString(PlistDictionary& dictionary, std::string key,
                         const std::optional<std::string>& value) {
     if (value) dictionary.set(std::move(key), PlistValue(*value));
-}
-
-// Reads a property-list dictionary from a regular file only: opening a FIFO or
-// a device under a client-chosen name would block or misbehave.
-inline std::optional<PlistDictionary> readStoredDictionary(const std::filesystem::path& path) {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(path, error)) return std::nullopt;
-    return readPropertyListDictionary(path);
 }
 
 }  // namespace kora

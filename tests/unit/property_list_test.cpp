@@ -207,9 +207,13 @@ TEST(APropertyList, RefusesBinaryDictionaryKeysThatAreNotPlainStrings) {
     EXPECT_FALSE(parsePropertyList(binaryPlist({dictionary, {0x61, 0, 0}, value})));
 }
 
-TEST(APropertyList, GivesNoValueForAMissingFileOrANonDictionaryRoot) {
+TEST(APropertyList, GivesNoValueForAMissingFileAFifoOrANonDictionaryRoot) {
     TempDir dir;
     EXPECT_FALSE(readPropertyList(dir.path() / "absent.plist"));
+    // Opening a FIFO for reading would wait for a writer forever.
+    ASSERT_EQ(::mkfifo((dir.path() / "fifo.plist").c_str(), 0600), 0);
+    EXPECT_FALSE(readPropertyList(dir.path() / "fifo.plist"));
+    EXPECT_FALSE(readPropertyList(dir.path()));
     ASSERT_TRUE(writePropertyList(PlistValue::Array{}, dir.path() / "array.plist"));
     EXPECT_FALSE(readPropertyListDictionary(dir.path() / "array.plist"));
 }

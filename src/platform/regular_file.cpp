@@ -1,0 +1,25 @@
+#include "platform/regular_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kora {
+
+FileDescriptor::~FileDescriptor() {
+    if (fd_ >= 0) ::close(fd_);
+}
+
+std::optional<RegularFile> openRegularFile(const std::filesystem::path& path) {
+    // Non-blocking, so that opening a FIFO returns at once instead of waiting
+    // for a writer; it is then refused as not regular.
+    FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (fd.get() < 0) return std::nullopt;
+    struct stat status {};
+    if (::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size < 0) {
+        return std::nullopt;
+    }
+    return RegularFile{std::move(fd), static_cast<std::uint64_t>(status.st_size)};
+}
+
+}  // namespace kora
