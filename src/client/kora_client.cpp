@@ -5,19 +5,12 @@
 
 #include "platform/korad_bus_names.h"
 #include "platform/logging.h"
+#include "platform/nullable_string.h"
 
 namespace kora {
 namespace {
 
 using OptionalString = KoraClient::OptionalString;
-
-// A nullable string on the wire: an array of zero (absent) or one element.
-GVariant* nullableString(const OptionalString& text) {
-    GVariantBuilder builder;
-    g_variant_builder_init(&builder, G_VARIANT_TYPE_STRING_ARRAY);
-    if (text) g_variant_builder_add(&builder, "s", text->c_str());
-    return g_variant_builder_end(&builder);
-}
 
 // D-Bus carries only UTF-8 text without NUL bytes. GLib would send any other
 // string as "[Invalid UTF-8]" (or cut it at the NUL), so the daemon would store
@@ -33,7 +26,7 @@ void checkSendable(std::initializer_list<const OptionalString*> texts) {
 GVariant* nullableStrings(std::initializer_list<const OptionalString*> texts) {
     checkSendable(texts);
     std::vector<GVariant*> children;
-    for (const OptionalString* text : texts) children.push_back(nullableString(*text));
+    for (const OptionalString* text : texts) children.push_back(nullableStringVariant(*text));
     return g_variant_new_tuple(children.data(), children.size());
 }
 
@@ -112,16 +105,12 @@ bool KoraClient::callForBoolean(const char* member, GVariant* arguments) {
 OptionalString KoraClient::callForString(const char* member, GVariant* arguments) {
     g_autoptr(GVariant) reply = call(member, arguments, "(as)");
     g_autoptr(GVariant) array = g_variant_get_child_value(reply, 0);
-    const gsize count = g_variant_n_children(array);
-    if (count > 1)
+    OptionalString text;
+    if (!readNullableString(array, text))
         throw KoraClientError(
             stringWithFormat("%s answered %zu strings where a nullable string holds at most one",
-                             member, static_cast<std::size_t>(count)));
-    if (count == 0) return std::nullopt;
-    g_autoptr(GVariant) element = g_variant_get_child_value(array, 0);
-    gsize length = 0;
-    const gchar* text = g_variant_get_string(element, &length);
-    return std::string(text, length);
+                             member, static_cast<std::size_t>(g_variant_n_children(array))));
+    return text;
 }
 
 bool KoraClient::registerClientWith(const OptionalString& identifier,

@@ -10,6 +10,7 @@
 
 #include "platform/korad_bus_names.h"
 #include "platform/logging.h"
+#include "platform/nullable_string.h"
 
 namespace kora {
 namespace {
@@ -53,19 +54,15 @@ class Arguments {
                                                 g_variant_get_type_string(value)));
     }
 
-    // Absent is the empty array; a second element has no meaning and is refused
-    // rather than silently dropped.
+    // A second element has no meaning and is refused rather than dropped.
     static OptionalString nullableString(GVariant* array, gsize index) {
-        const gsize count = g_variant_n_children(array);
-        if (count == 0) return std::nullopt;
-        if (count > 1)
+        OptionalString text;
+        if (!readNullableString(array, text))
             throw InvalidArguments(stringWithFormat(
                 "argument %zu holds %zu strings; a nullable string holds zero or one",
-                static_cast<std::size_t>(index), static_cast<std::size_t>(count)));
-        gsize length = 0;
-        g_autoptr(GVariant) element = g_variant_get_child_value(array, 0);
-        const gchar* text = g_variant_get_string(element, &length);
-        return std::string(text, length);
+                static_cast<std::size_t>(index),
+                static_cast<std::size_t>(g_variant_n_children(array))));
+        return text;
     }
 
     template <typename T>
@@ -78,13 +75,6 @@ class Arguments {
 
     std::vector<Value> values_;
 };
-
-GVariant* nullableStringVariant(const OptionalString& text) {
-    GVariantBuilder builder;
-    g_variant_builder_init(&builder, G_VARIANT_TYPE_STRING_ARRAY);
-    if (text) g_variant_builder_add(&builder, "s", text->c_str());
-    return g_variant_builder_end(&builder);
-}
 
 GVariant* booleanReply(bool value) {
     return g_variant_new("(b)", value);
