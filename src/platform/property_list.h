@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/date.h"
+#include "platform/input_limits.h"
 
 namespace kora {
 
@@ -94,11 +95,6 @@ struct PlistDictionary::Entry {
     PlistValue value;
     bool operator==(const Entry& other) const = default;
 };
-
-// Reading refuses anything over these limits before libplist sees it: libplist
-// recurses once per nesting level and overflows its stack on deep input.
-inline constexpr std::size_t kPlistMaxBytes = 16 * 1024 * 1024;
-inline constexpr std::size_t kPlistMaxDepth = 128;
 
 // XML or binary property lists. No value for anything unreadable: a missing
 // file, a corrupt or truncated one, one over the limits. Only regular files are

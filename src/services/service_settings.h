@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <string>
 
+#include "platform/input_limits.h"
+
 namespace kora {
 
 // The update service's endpoint as built in; the host is a build setting.
@@ -15,8 +17,5 @@ std::string KoraServiceAddress();
 
 inline constexpr const char* kKoraUserAgent = "Tarvo/0.2 OSX";
 inline constexpr double kKoraDefaultTimeoutSeconds = 10;
-
-// Replies are read into memory whole; anything larger is refused unread.
-inline constexpr std::size_t kMaxReplyBodyBytes = 4 * 1024 * 1024;
 
 }  // namespace kora
