@@ -23,8 +23,8 @@ inline constexpr std::size_t kPlistMaxDepth = 128;
 // copies it each time: 243 bytes can expand into billions of values. A list
 // whose tree would hold more values (dictionary keys included) is refused
 // before it is expanded. A registry of ten thousand applications holds about
-// 120,000 and an Info.plist a few hundred, while a million values take about
-// 150 MB in libplist's nodes and ours together.
+// 120,000 and an Info.plist a few hundred, while reading a million values
+// took 0.6 s of CPU and 140 MB here, libplist's nodes and ours together.
 inline constexpr std::size_t kPlistMaxNodes = 1'000'000;
 
 // --- Update service exchanges.

@@ -91,10 +91,17 @@ std::optional<PlistValue> fromNode(plist_t node, std::size_t depth);
 
 std::optional<PlistValue> arrayFromNode(plist_t node, std::size_t depth) {
     PlistValue::Array array;
-    const uint32_t count = plist_array_get_size(node);
-    array.reserve(count);
-    for (uint32_t i = 0; i < count; ++i) {
-        std::optional<PlistValue> item = fromNode(plist_array_get_item(node, i), depth);
+    array.reserve(plist_array_get_size(node));
+    // The iterator walks the items once; plist_array_get_item counts from the
+    // start each time, which made large arrays quadratic.
+    plist_array_iter iter = nullptr;
+    plist_array_new_iter(node, &iter);
+    std::unique_ptr<void, decltype(&std::free)> iterGuard(iter, &std::free);
+    for (;;) {
+        plist_t child = nullptr;
+        plist_array_next_item(node, iter, &child);
+        if (child == nullptr) break;
+        std::optional<PlistValue> item = fromNode(child, depth);
         if (!item) return std::nullopt;
         array.push_back(std::move(*item));
     }
