@@ -19,6 +19,14 @@ inline constexpr std::size_t kPlistMaxBytes = 16 * 1024 * 1024;
 // its stack on deep input.
 inline constexpr std::size_t kPlistMaxDepth = 128;
 
+// A binary property list may refer to one object many times, and libplist
+// copies it each time: 243 bytes can expand into billions of values. A list
+// whose tree would hold more values (dictionary keys included) is refused
+// before it is expanded. A registry of ten thousand applications holds about
+// 120,000 and an Info.plist a few hundred, while reading a million values
+// took 0.6 s of CPU and 140 MB here, libplist's nodes and ours together.
+inline constexpr std::size_t kPlistMaxNodes = 1'000'000;
+
 // --- Update service exchanges.
 
 // Replies are read into memory whole; anything larger ends the exchange. Real

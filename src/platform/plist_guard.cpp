@@ -1,43 +1,19 @@
 #include "platform/plist_guard.h"
 
-#include <cctype>
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <optional>
 #include <string_view>
 #include <vector>
 
+#include "platform/input_limits.h"
+#include "platform/plist_xml_shape.h"
+
 namespace kora {
 namespace {
 
-constexpr std::size_t kUnreadable = std::numeric_limits<std::size_t>::max();
-
-// Counts open <dict> and <array> elements; self-closing ones do not nest.
-// Tags inside comments are counted too, which can only over-estimate.
-std::size_t xmlDepth(std::string_view text) {
-    std::size_t depth = 0;
-    std::size_t deepest = 0;
-    for (std::size_t at = text.find('<'); at != std::string_view::npos;
-         at = text.find('<', at + 1)) {
-        const bool closing = at + 1 < text.size() && text[at + 1] == '/';
-        const std::size_t nameStart = at + (closing ? 2 : 1);
-        std::size_t nameEnd = nameStart;
-        while (nameEnd < text.size() && std::isalpha(static_cast<unsigned char>(text[nameEnd]))) {
-            ++nameEnd;
-        }
-        const std::string_view name = text.substr(nameStart, nameEnd - nameStart);
-        if (name != "dict" && name != "array") continue;
-        if (closing) {
-            if (depth > 0) --depth;
-            continue;
-        }
-        const std::size_t close = text.find('>', nameEnd);
-        if (close == std::string_view::npos) break;
-        if (text[close - 1] == '/') continue;
-        deepest = std::max(deepest, ++depth);
-    }
-    return deepest;
-}
+constexpr PlistShape kPastCaps{kPlistMaxDepth + 1, kPlistMaxNodes + 1};
 
 // The binary form: a header, objects, an offset table and a 32-byte trailer.
 class BinaryPlist {
@@ -59,12 +35,15 @@ public:
         return true;
     }
 
-    // Depth by an explicit depth-first walk: deep input must not deepen our
-    // own stack either. An object met again while still on the walk is a cycle.
-    std::size_t depth() {
+    // Depth and node count by an explicit depth-first walk: deep input must
+    // not deepen our own stack either. Each object is looked at once, so a
+    // graph of shared references is counted without expanding it; counts
+    // saturate one past the cap. An object met again while still on the walk
+    // is a cycle.
+    PlistShape shape() {
         enum : std::uint8_t { Unseen, Open, Done };
         std::vector<std::uint8_t> state(count_, Unseen);
-        std::vector<std::size_t> depthOf(count_, 0);
+        std::vector<PlistShape> shapeOf(count_);
         struct Frame {
             std::size_t object;
             std::vector<std::size_t> children;
@@ -78,25 +57,34 @@ public:
             stack.push_back(Frame{object, std::move(*children), 0});
             return true;
         };
-        if (!push(static_cast<std::size_t>(top_))) return kUnreadable;
+        if (!push(static_cast<std::size_t>(top_))) return kPastCaps;
         while (!stack.empty()) {
             Frame& frame = stack.back();
             if (frame.next == frame.children.size()) {
-                std::size_t deepest = 0;
-                for (std::size_t child : frame.children) deepest = std::max(deepest, depthOf[child]);
-                depthOf[frame.object] = isContainer(frame.object) ? deepest + 1 : 0;
+                shapeOf[frame.object] = combine(frame.object, frame.children, shapeOf);
                 state[frame.object] = Done;
                 stack.pop_back();
                 continue;
             }
             const std::size_t child = frame.children[frame.next++];
-            if (state[child] == Open) return kUnreadable;
-            if (state[child] == Unseen && !push(child)) return kUnreadable;
+            if (state[child] == Open) return kPastCaps;
+            if (state[child] == Unseen && !push(child)) return kPastCaps;
         }
-        return depthOf[static_cast<std::size_t>(top_)];
+        return shapeOf[static_cast<std::size_t>(top_)];
     }
 
 private:
+    PlistShape combine(std::size_t object, const std::vector<std::size_t>& children,
+                       const std::vector<PlistShape>& shapeOf) const {
+        PlistShape shape{0, 1};
+        for (std::size_t child : children) {
+            shape.depth = std::max(shape.depth, shapeOf[child].depth);
+            shape.nodes = std::min(shape.nodes + shapeOf[child].nodes, kPlistMaxNodes + 1);
+        }
+        if (isContainer(object)) ++shape.depth;
+        return shape;
+    }
+
     std::uint64_t readNumber(std::size_t at, std::size_t size) const {
         std::uint64_t value = 0;
         for (std::size_t i = 0; i < size; ++i) value = (value << 8) | bytes_[at + i];
@@ -189,12 +177,16 @@ private:
 
 }  // namespace
 
-std::size_t plistNestingDepth(std::span<const std::uint8_t> bytes) {
+PlistShape plistShape(std::span<const std::uint8_t> bytes) {
     if (bytes.size() >= 8 && std::memcmp(bytes.data(), "bplist00", 8) == 0) {
         BinaryPlist plist(bytes);
-        return plist.readTrailer() ? plist.depth() : kUnreadable;
+        return plist.readTrailer() ? plist.shape() : kPastCaps;
     }
-    return xmlDepth(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+    return xmlPlistShape(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+}
+
+bool withinPlistCaps(const PlistShape& shape) {
+    return shape.depth <= kPlistMaxDepth && shape.nodes <= kPlistMaxNodes;
 }
 
 }  // namespace kora

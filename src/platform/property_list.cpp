@@ -84,21 +84,31 @@ using PlistPtr = std::unique_ptr<void, PlistFree>;
 // libplist counts dates in seconds since 2001-01-01 00:00:00 UTC.
 constexpr std::int64_t kAppleEpochOffset = 978307200;
 
-std::optional<PlistValue> fromNode(plist_t node);
+// The conversions refuse trees nested deeper than kPlistMaxDepth on their own,
+// whatever guarded the input: no caller can make them recurse further.
+// `depth` counts the containers around the node.
+std::optional<PlistValue> fromNode(plist_t node, std::size_t depth);
 
-std::optional<PlistValue> arrayFromNode(plist_t node) {
+std::optional<PlistValue> arrayFromNode(plist_t node, std::size_t depth) {
     PlistValue::Array array;
-    const uint32_t count = plist_array_get_size(node);
-    array.reserve(count);
-    for (uint32_t i = 0; i < count; ++i) {
-        std::optional<PlistValue> item = fromNode(plist_array_get_item(node, i));
+    array.reserve(plist_array_get_size(node));
+    // The iterator walks the items once; plist_array_get_item counts from the
+    // start each time, which made large arrays quadratic.
+    plist_array_iter iter = nullptr;
+    plist_array_new_iter(node, &iter);
+    std::unique_ptr<void, decltype(&std::free)> iterGuard(iter, &std::free);
+    for (;;) {
+        plist_t child = nullptr;
+        plist_array_next_item(node, iter, &child);
+        if (child == nullptr) break;
+        std::optional<PlistValue> item = fromNode(child, depth);
         if (!item) return std::nullopt;
         array.push_back(std::move(*item));
     }
     return PlistValue(std::move(array));
 }
 
-std::optional<PlistValue> dictionaryFromNode(plist_t node) {
+std::optional<PlistValue> dictionaryFromNode(plist_t node, std::size_t depth) {
     PlistDictionary dictionary;
     plist_dict_iter iter = nullptr;
     plist_dict_new_iter(node, &iter);
@@ -113,14 +123,14 @@ std::optional<PlistValue> dictionaryFromNode(plist_t node) {
         }
         std::string key = rawKey != nullptr ? rawKey : "";
         std::free(rawKey);
-        std::optional<PlistValue> value = fromNode(item);
+        std::optional<PlistValue> value = fromNode(item, depth);
         if (!value) return std::nullopt;
         dictionary.set(std::move(key), std::move(*value));
     }
     return PlistValue(std::move(dictionary));
 }
 
-std::optional<PlistValue> fromNode(plist_t node) {
+std::optional<PlistValue> fromNode(plist_t node, std::size_t depth) {
     switch (plist_get_node_type(node)) {
         case PLIST_STRING: {
             uint64_t length = 0;
@@ -156,9 +166,11 @@ std::optional<PlistValue> fromNode(plist_t node) {
             return PlistValue(PlistValue::Data(begin, begin + (bytes != nullptr ? length : 0)));
         }
         case PLIST_ARRAY:
-            return arrayFromNode(node);
+            if (depth >= kPlistMaxDepth) return std::nullopt;
+            return arrayFromNode(node, depth + 1);
         case PLIST_DICT:
-            return dictionaryFromNode(node);
+            if (depth >= kPlistMaxDepth) return std::nullopt;
+            return dictionaryFromNode(node, depth + 1);
         default:
             // Keys, UIDs and unknown node types have no place in our files.
             return std::nullopt;
@@ -182,9 +194,13 @@ std::string xmlSafeText(const std::string& text) {
     return safe;
 }
 
-plist_t toNode(const PlistValue& value);
+plist_t toNode(const PlistValue& value, std::size_t depth);
 
+// Builds libplist nodes; nullptr when the tree nests deeper than the cap.
 struct NodeBuilder {
+    std::size_t depth;  // containers around the value
+
+
     plist_t operator()(const std::string& text) const {
         return plist_new_string(xmlSafeText(text).c_str());
     }
@@ -204,20 +220,30 @@ struct NodeBuilder {
         return plist_new_data(reinterpret_cast<const char*>(data.data()), data.size());
     }
     plist_t operator()(const PlistValue::Array& array) const {
-        plist_t node = plist_new_array();
-        for (const PlistValue& item : array) plist_array_append_item(node, toNode(item));
-        return node;
+        if (depth >= kPlistMaxDepth) return nullptr;
+        PlistPtr node(plist_new_array());
+        for (const PlistValue& item : array) {
+            plist_t child = toNode(item, depth + 1);
+            if (child == nullptr) return nullptr;
+            plist_array_append_item(node.get(), child);
+        }
+        return node.release();
     }
     plist_t operator()(const PlistDictionary& dictionary) const {
-        plist_t node = plist_new_dict();
+        if (depth >= kPlistMaxDepth) return nullptr;
+        PlistPtr node(plist_new_dict());
         for (const PlistDictionary::Entry& entry : dictionary.entries()) {
-            plist_dict_set_item(node, xmlSafeText(entry.key).c_str(), toNode(entry.value));
+            plist_t child = toNode(entry.value, depth + 1);
+            if (child == nullptr) return nullptr;
+            plist_dict_set_item(node.get(), xmlSafeText(entry.key).c_str(), child);
         }
-        return node;
+        return node.release();
     }
 };
 
-plist_t toNode(const PlistValue& value) { return std::visit(NodeBuilder{}, value.storage()); }
+plist_t toNode(const PlistValue& value, std::size_t depth) {
+    return std::visit(NodeBuilder{depth}, value.storage());
+}
 
 std::optional<std::vector<std::uint8_t>> readWholeFile(const std::filesystem::path& path) {
     const std::optional<RegularFile> file = openRegularFile(path);
@@ -239,18 +265,19 @@ std::optional<std::vector<std::uint8_t>> readWholeFile(const std::filesystem::pa
 
 std::optional<PlistValue> parsePropertyList(std::span<const std::uint8_t> bytes) {
     if (bytes.empty() || bytes.size() > kPlistMaxBytes) return std::nullopt;
-    if (plistNestingDepth(bytes) > kPlistMaxDepth) return std::nullopt;
+    if (!withinPlistCaps(plistShape(bytes))) return std::nullopt;
     const char* data = reinterpret_cast<const char*>(bytes.data());
     const auto length = static_cast<uint32_t>(bytes.size());
     plist_t raw = nullptr;
-    if (plist_is_binary(data, length)) {
+    // The same test as the guard's, so libplist reads the form that was checked.
+    if (std::string_view(data, length).starts_with("bplist00")) {
         plist_from_bin(data, length, &raw);
     } else {
         plist_from_xml(data, length, &raw);
     }
     PlistPtr root(raw);
     if (!root) return std::nullopt;
-    return fromNode(root.get());
+    return fromNode(root.get(), 0);
 }
 
 std::optional<PlistValue> readPropertyList(const std::filesystem::path& path) {
@@ -268,7 +295,8 @@ std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem:
 }
 
 std::string propertyListXml(const PlistValue& value) {
-    PlistPtr root(toNode(value));
+    PlistPtr root(toNode(value, 0));
+    if (!root) return {};
     char* xml = nullptr;
     uint32_t length = 0;
     plist_to_xml(root.get(), &xml, &length);

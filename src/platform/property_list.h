@@ -105,7 +105,8 @@ std::optional<PlistValue> readPropertyList(const std::filesystem::path& path);
 // Reads a file whose root must be a dictionary.
 std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path);
 
-// The XML form, as libplist writes it (header, DOCTYPE, tab indent).
+// The XML form, as libplist writes it (header, DOCTYPE, tab indent). Empty for
+// a value nested deeper than kPlistMaxDepth, which no reader would accept.
 std::string propertyListXml(const PlistValue& value);
 
 // Writes the XML form to a temporary file in the target's folder and renames it

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <tuple>
 
+#include "support/nested_plist.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -159,6 +160,20 @@ TEST_F(ARegistry, FindsTheFirstMatchingBundleInPathNameOrder) {
     EXPECT_EQ(workspace.absolutePathForAppBundleWithIdentifier("com.z"), std::nullopt);
     EXPECT_EQ(LiveWorkspace(temp.path() / "none").absolutePathForAppBundleWithIdentifier("com.x"),
               std::nullopt);
+}
+
+// End tags hidden in comments or processing instructions once let such files
+// past the nesting count, and the daemon died at start or at the hourly scan.
+TEST_F(ARegistry, SkipsFilesNestedPastTheCapWhereverTheyAreRead) {
+    const std::string hostile = nestedPlist("<array><!--</array>-->", "</array>", 100000);
+    std::ofstream(file) << hostile;
+    EXPECT_TRUE(open()->registeredApplications().empty());
+
+    fs::create_directories(applications / "A.app/Contents");
+    std::ofstream(applications / "A.app/Contents/Info.plist")
+        << nestedPlist("<array><?x </array>?>", "</array>", 100000);
+    const fs::path good = makeBundle("B.app", "com.x");
+    EXPECT_EQ(workspace.absolutePathForAppBundleWithIdentifier("com.x"), good);
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/plist_guard.h"
+#include "support/nested_plist.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -128,21 +130,14 @@ TEST(APropertyList, WritesControlCharactersAndBadUtf8SoTheFileStaysReadable) {
     EXPECT_EQ(back->string("bell\xEF\xBF\xBD"), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD" "c\td");
 }
 
-std::string nested(const char* open, const char* close, int depth) {
-    std::string text = "<?xml version=\"1.0\"?><plist version=\"1.0\">";
-    for (int i = 0; i < depth; ++i) text += open;
-    for (int i = 0; i < depth; ++i) text += close;
-    return text + "</plist>";
-}
-
 TEST(APropertyList, GivesNoValueForUnreadableInput) {
     const std::pair<const char*, std::string> rows[] = {
         {"empty", ""},
         {"not XML", "hello world"},
         {"truncated", "<?xml version=\"1.0\"?><plist><dict><key>a"},
         {"truncated binary", "bplist00\xd1\x01\x02"},
-        {"deep arrays", nested("<array>", "</array>", 200000)},
-        {"deep dictionaries", nested("<dict><key>k</key>", "</dict>", 5000)},
+        {"deep arrays", nestedPlist("<array>", "</array>", 200000)},
+        {"deep dictionaries", nestedPlist("<dict><key>k</key>", "</dict>", 5000)},
         {"over the size cap", std::string(kPlistMaxBytes + 1, ' ')},
     };
     for (const auto& [name, content] : rows) {
@@ -151,12 +146,61 @@ TEST(APropertyList, GivesNoValueForUnreadableInput) {
 }
 
 TEST(APropertyList, AcceptsNestingUpToTheLimit) {
-    EXPECT_TRUE(parsePropertyList(bytesOf(nested("<array>", "</array>", kPlistMaxDepth))));
-    EXPECT_FALSE(parsePropertyList(bytesOf(nested("<array>", "</array>", kPlistMaxDepth + 1))));
+    // A scalar in the deepest container adds no level; comments add none either.
+    const std::pair<const char*, const char*> shapes[] = {
+        {"<array>", "</array>"},
+        {"<array><string>s</string>", "<true/></array>"},
+        {"<array><!-- <array> --><?pi <array>?>", "</array>"},
+    };
+    for (const auto& [open, close] : shapes) {
+        EXPECT_TRUE(parsePropertyList(bytesOf(nestedPlist(open, close, kPlistMaxDepth)))) << open;
+        EXPECT_FALSE(parsePropertyList(bytesOf(nestedPlist(open, close, kPlistMaxDepth + 1))))
+            << open;
+    }
+}
+
+// End tags hidden where the parser does not see them once took the nesting
+// count down, and libplist then recursed through 100,000 levels.
+TEST(APropertyList, CountsNestingAsTheParserSeesIt) {
+    const std::pair<const char*, const char*> hiders[] = {
+        {"<array><!--</array>-->", "</array>"},
+        {"<array><?x </array>?>", "</array>"},
+        {"<array><![CDATA[</array>]]>", "</array>"},
+        {"<array a=\"</array>\">", "</array>"},
+        {"<array a='></array>'>", "</array>"},
+        {"<string><array>", "</array></string>"},
+    };
+    for (const auto& [open, close] : hiders) {
+        EXPECT_FALSE(parsePropertyList(bytesOf(nestedPlist(open, close, 100000)))) << open;
+    }
+    // libplist ends an internal DTD subset at the first "]>", even in a comment.
+    const std::string subset = "<!DOCTYPE p [ <!-- ]>" + nestedPlist("<array>", "</array>", 100000) +
+                               " --> ]><plist><true/></plist>";
+    EXPECT_FALSE(parsePropertyList(bytesOf(subset)));
+    EXPECT_TRUE(parsePropertyList(bytesOf(
+        "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+        "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\"><plist><array a=\">\"/></plist>")));
+}
+
+TEST(APropertyList, AcceptsInputUpToTheSizeCap) {
+    std::string text = "<plist><true/></plist>";
+    text.resize(kPlistMaxBytes, ' ');
+    EXPECT_TRUE(parsePropertyList(bytesOf(text)));
+    text += ' ';
+    EXPECT_FALSE(parsePropertyList(bytesOf(text)));
+}
+
+TEST(APropertyList, WritesNestingUpToTheLimitOnly) {
+    TempDir dir;
+    PlistValue value = PlistValue::Array{};
+    for (std::size_t depth = 1; depth < kPlistMaxDepth; ++depth) value = PlistValue::Array{value};
+    ASSERT_TRUE(writePropertyList(value, dir.path() / "deep.plist"));
+    EXPECT_EQ(readPropertyList(dir.path() / "deep.plist"), value);
+    EXPECT_FALSE(writePropertyList(PlistValue::Array{value}, dir.path() / "deeper.plist"));
 }
 
 // A binary list from its objects' encoded bytes; object 0 is the root and
-// references are one byte wide.
+// references are four bytes wide.
 Bytes binaryPlist(const std::vector<Bytes>& objects) {
     Bytes bytes = bytesOf("bplist00");
     std::vector<std::uint64_t> offsets;
@@ -177,24 +221,72 @@ Bytes binaryPlist(const std::vector<Bytes>& objects) {
     return bytes;
 }
 
-Bytes arrayOf(std::uint32_t child) {
-    return Bytes{0xA1, std::uint8_t(child >> 24), std::uint8_t(child >> 16),
-                 std::uint8_t(child >> 8), std::uint8_t(child)};
+Bytes arrayOf(const std::vector<std::uint32_t>& children) {
+    const auto count = static_cast<std::uint16_t>(children.size());
+    // Fifteen items or more: the length follows as a two-byte integer object.
+    Bytes bytes = count < 15 ? Bytes{std::uint8_t(0xA0 | count)}
+                             : Bytes{0xAF, 0x11, std::uint8_t(count >> 8), std::uint8_t(count)};
+    for (std::uint32_t child : children) {
+        for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back((child >> shift) & 0xFF);
+    }
+    return bytes;
 }
 
 // A chain of arrays, each holding the next; the last is empty, or holds the
 // first again.
 Bytes arrayChain(std::uint32_t count, bool cyclic) {
     std::vector<Bytes> objects;
-    for (std::uint32_t i = 0; i + 1 < count; ++i) objects.push_back(arrayOf(i + 1));
-    objects.push_back(cyclic ? arrayOf(0) : Bytes{0xA0});
+    for (std::uint32_t i = 0; i + 1 < count; ++i) objects.push_back(arrayOf({i + 1}));
+    objects.push_back(cyclic ? arrayOf({0}) : Bytes{0xA0});
     return binaryPlist(objects);
 }
 
 TEST(APropertyList, RefusesCyclicAndDeepBinaryInput) {
     EXPECT_TRUE(parsePropertyList(arrayChain(10, false)));
+    EXPECT_TRUE(parsePropertyList(arrayChain(kPlistMaxDepth, false)));
+    EXPECT_FALSE(parsePropertyList(arrayChain(kPlistMaxDepth + 1, false)));
     EXPECT_FALSE(parsePropertyList(arrayChain(10, true)));
     EXPECT_FALSE(parsePropertyList(arrayChain(100000, false)));
+}
+
+// Each array holds the next one twice, so the tree doubles with every object:
+// 600 bytes that libplist would expand into 2^41 values.
+TEST(APropertyList, RefusesSharedReferencesThatWouldExpandPastTheNodeCap) {
+    std::vector<Bytes> objects;
+    for (std::uint32_t i = 0; i < 40; ++i) objects.push_back(arrayOf({i + 1, i + 1}));
+    objects.push_back(Bytes{0xA0});
+    EXPECT_FALSE(parsePropertyList(binaryPlist(objects)));
+}
+
+// The root holds `outer` references to one array of `inner` references to one
+// empty array: 1 + outer * (1 + inner) values.
+Bytes sharedFanOut(std::uint32_t outer, std::uint32_t inner) {
+    return binaryPlist({arrayOf(std::vector<std::uint32_t>(outer, 1)),
+                        arrayOf(std::vector<std::uint32_t>(inner, 2)), Bytes{0xA0}});
+}
+
+TEST(APropertyList, AcceptsSharedReferencesUpToTheNodeCap) {
+    static_assert(kPlistMaxNodes == 1 + 999 * (1 + 1000));
+    EXPECT_TRUE(parsePropertyList(sharedFanOut(999, 1000)));
+    EXPECT_FALSE(parsePropertyList(sharedFanOut(1000, 999)));  // one value more
+}
+
+TEST(APropertyList, CountsTheSameShapeInBothForms) {
+    const std::string xml = propertyListXml(everyType());
+    plist_t root = nullptr;
+    plist_from_xml(xml.data(), static_cast<uint32_t>(xml.size()), &root);
+    char* bin = nullptr;
+    uint32_t length = 0;
+    plist_to_bin(root, &bin, &length);
+    plist_free(root);
+    const PlistShape binary = plistShape(Bytes(bin, bin + length));
+    plist_to_bin_free(bin);
+
+    const PlistShape text = plistShape(bytesOf(xml));
+    EXPECT_EQ(text.depth, 3u);
+    EXPECT_EQ(text.nodes, 30u);  // the root, 11 keys, 9 scalars, 4 + 5 in the containers
+    EXPECT_EQ(binary.depth, text.depth);
+    EXPECT_EQ(binary.nodes, text.nodes);
 }
 
 // libplist aborts the process on such keys instead of failing the parse.
