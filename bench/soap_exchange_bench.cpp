@@ -4,10 +4,10 @@
 
 #include <string>
 
-#include "services/kora.h"
-#include "services/kora_operations.h"
-#include "services/soap_envelope.h"
-#include "services/soap_reply.h"
+#include "soap/kora.h"
+#include "messages/kora_operations.h"
+#include "soap/soap_envelope.h"
+#include "soap/soap_reply.h"
 
 namespace kora {
 namespace {

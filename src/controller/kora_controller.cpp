@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "platform/logging.h"
-#include "services/kora.h"
-#include "services/soap_binding.h"
-#include "services/stored_date.h"
+#include "soap/kora.h"
+#include "soap/soap_binding.h"
+#include "dates/stored_date.h"
 
 namespace kora {
 namespace {

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <utility>
 
-#include "services/stored_date.h"
+#include "dates/stored_date.h"
 #include "update/stored_fields.h"
 
 namespace kora {

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "services/base64.h"
+#include "codecs/base64.h"
 
 // Whatever decodes must survive encoding and decoding again unchanged.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

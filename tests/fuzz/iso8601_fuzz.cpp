@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "services/iso8601_parsing.h"
-#include "services/iso8601_unparsing.h"
+#include "dates/iso8601_parsing.h"
+#include "dates/iso8601_unparsing.h"
 
 namespace {
 

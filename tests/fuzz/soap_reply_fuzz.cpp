@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "services/kora_operations.h"
-#include "services/soap_reply.h"
+#include "messages/kora_operations.h"
+#include "soap/soap_reply.h"
 
 namespace {
 

@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "platform/logging.h"
-#include "services/kora.h"
-#include "services/service_settings.h"
-#include "services/soap_binding.h"
-#include "services/soap_binding_operation.h"
+#include "soap/kora.h"
+#include "soap/service_settings.h"
+#include "soap/soap_binding.h"
+#include "soap/soap_binding_operation.h"
 #include "support/loopback_soap_server.h"
 
 namespace kora {

@@ -1,4 +1,4 @@
-#include "services/iso8601_parsing.h"
+#include "dates/iso8601_parsing.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
-#include "services/iso8601_unparsing.h"
+#include "dates/iso8601_unparsing.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 
-#include "services/iso8601_parsing.h"
+#include "dates/iso8601_parsing.h"
 #include "support/date_values.h"
 
 using namespace kora;

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/logging.h"
-#include "services/stored_date.h"
+#include "dates/stored_date.h"
 #include "support/temp_dir.h"
 
 namespace kora {

@@ -5,10 +5,10 @@
 #include <tuple>
 #include <vector>
 
-#include "services/kora.h"
-#include "services/kora_messages.h"
-#include "services/soap_envelope.h"
-#include "services/xml_resources.h"
+#include "soap/kora.h"
+#include "messages/kora_messages.h"
+#include "soap/soap_envelope.h"
+#include "codecs/xml_resources.h"
 
 namespace kora {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "services/stored_date.h"
+#include "dates/stored_date.h"
 
 namespace kora {
 namespace {

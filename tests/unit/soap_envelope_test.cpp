@@ -1,8 +1,8 @@
-#include "services/soap_envelope.h"
+#include "soap/soap_envelope.h"
 
 #include <gtest/gtest.h>
 
-#include "services/kora_messages.h"
+#include "messages/kora_messages.h"
 
 namespace kora {
 namespace {

@@ -1,4 +1,4 @@
-#include "services/soap_fault.h"
+#include "codecs/soap_fault.h"
 
 #include <gtest/gtest.h>
 #include <libxml/parser.h>

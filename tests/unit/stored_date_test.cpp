@@ -1,4 +1,4 @@
-#include "services/stored_date.h"
+#include "dates/stored_date.h"
 
 #include <gtest/gtest.h>
 

@@ -1,13 +1,13 @@
-#include "services/value_codecs.h"
+#include "codecs/value_codecs.h"
 
 #include <gtest/gtest.h>
 #include <libxml/parser.h>
 
 #include <cmath>
 
-#include "services/service_namespaces.h"
-#include "services/xml_escaping.h"
-#include "services/xml_resources.h"
+#include "codecs/service_namespaces.h"
+#include "codecs/xml_escaping.h"
+#include "codecs/xml_resources.h"
 
 namespace kora {
 namespace {

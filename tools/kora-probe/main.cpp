@@ -16,10 +16,10 @@
 #include <variant>
 #include <vector>
 
-#include "services/kora.h"
-#include "services/service_settings.h"
-#include "services/soap_binding.h"
-#include "services/soap_binding_operation.h"
+#include "soap/kora.h"
+#include "soap/service_settings.h"
+#include "soap/soap_binding.h"
+#include "soap/soap_binding_operation.h"
 
 namespace kora {
 namespace {

@@ -9,8 +9,8 @@
 #include <variant>
 #include <vector>
 
-#include "services/kora_record.h"
-#include "services/soap_fault.h"
+#include "messages/kora_record.h"
+#include "codecs/soap_fault.h"
 
 namespace kora {
 

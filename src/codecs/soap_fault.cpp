@@ -1,10 +1,10 @@
-#include "services/soap_fault.h"
+#include "codecs/soap_fault.h"
 
 #include <memory>
 #include <string_view>
 
-#include "services/service_namespaces.h"
-#include "services/value_codecs.h"
+#include "codecs/service_namespaces.h"
+#include "codecs/value_codecs.h"
 
 namespace kora {
 namespace {

@@ -1,4 +1,4 @@
-#include "services/iso8601_parsing.h"
+#include "dates/iso8601_parsing.h"
 
 #include <chrono>
 #include <cmath>
@@ -9,7 +9,7 @@
 #include <string>
 
 #include "platform/logging.h"
-#include "services/iso8601_support.h"
+#include "dates/iso8601_support.h"
 
 namespace kora {
 namespace {

@@ -1,11 +1,11 @@
-#include "services/iso8601_unparsing.h"
+#include "dates/iso8601_unparsing.h"
 
 #include <cstdint>
 #include <ctime>
 #include <optional>
 
 #include "platform/logging.h"
-#include "services/iso8601_support.h"
+#include "dates/iso8601_support.h"
 
 namespace kora {
 namespace {

@@ -1,14 +1,14 @@
-#include "services/soap_binding.h"
+#include "soap/soap_binding.h"
 
 #include <glib.h>
 
 #include <cmath>
 
 #include "platform/logging.h"
-#include "services/header_description.h"
-#include "services/kora.h"
-#include "services/service_settings.h"
-#include "services/soap_binding_operation.h"
+#include "soap/header_description.h"
+#include "soap/kora.h"
+#include "soap/service_settings.h"
+#include "soap/soap_binding_operation.h"
 
 namespace kora {
 namespace {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "services/service_error.h"
+#include "platform/service_error.h"
 
 namespace kora {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "services/http_exchange.h"
+#include "platform/http_exchange.h"
 
 namespace kora {
 

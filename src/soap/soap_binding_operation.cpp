@@ -1,10 +1,10 @@
-#include "services/soap_binding_operation.h"
+#include "soap/soap_binding_operation.h"
 
 #include "platform/logging.h"
-#include "services/header_description.h"
-#include "services/service_namespaces.h"
-#include "services/service_settings.h"
-#include "services/soap_binding.h"
+#include "soap/header_description.h"
+#include "codecs/service_namespaces.h"
+#include "soap/service_settings.h"
+#include "soap/soap_binding.h"
 
 namespace kora {
 namespace {

@@ -30,7 +30,8 @@ class USGlobals {
     NamespaceTable wsdlStandardNamespaces_;
 };
 
-// The three rows the service class writes once, before its first binding:
+// The three rows written once, on the first call, before the first binding or
+// the first type resolution:
 // XML Schema -> "xsd", the service namespace -> "KORA", Microsoft's WSDL
 // types -> "s1".
 void registerStandardNamespaces();

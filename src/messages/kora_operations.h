@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "services/kora_messages.h"
+#include "messages/kora_messages.h"
 
 namespace kora {
 

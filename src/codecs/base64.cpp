@@ -1,4 +1,4 @@
-#include "services/base64.h"
+#include "codecs/base64.h"
 
 #include <array>
 #include <new>

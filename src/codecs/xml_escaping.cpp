@@ -1,4 +1,4 @@
-#include "services/xml_escaping.h"
+#include "codecs/xml_escaping.h"
 
 #include <array>
 #include <utility>

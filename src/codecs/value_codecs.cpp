@@ -1,4 +1,4 @@
-#include "services/value_codecs.h"
+#include "codecs/value_codecs.h"
 
 #include <glib.h>
 
@@ -6,10 +6,10 @@
 #include <cmath>
 #include <memory>
 
-#include "services/base64.h"
-#include "services/iso8601_parsing.h"
-#include "services/iso8601_unparsing.h"
-#include "services/xml_escaping.h"
+#include "codecs/base64.h"
+#include "dates/iso8601_parsing.h"
+#include "dates/iso8601_unparsing.h"
+#include "codecs/xml_escaping.h"
 
 namespace kora {
 namespace {

@@ -1,10 +1,10 @@
-#include "services/soap_reply.h"
+#include "soap/soap_reply.h"
 
 #include <libxml/parser.h>
 
 #include <climits>
 
-#include "services/xml_resources.h"
+#include "codecs/xml_resources.h"
 
 namespace kora {
 namespace {

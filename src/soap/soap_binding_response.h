@@ -4,8 +4,8 @@
 #include <optional>
 #include <vector>
 
-#include "services/service_error.h"
-#include "services/soap_reply.h"
+#include "platform/service_error.h"
+#include "soap/soap_reply.h"
 
 namespace kora {
 

@@ -1,11 +1,11 @@
-#include "services/kora.h"
+#include "soap/kora.h"
 
 #include <cstdlib>
 #include <mutex>
 
-#include "services/service_settings.h"
-#include "services/soap_binding.h"
-#include "services/us_globals.h"
+#include "soap/service_settings.h"
+#include "soap/soap_binding.h"
+#include "codecs/us_globals.h"
 
 namespace kora {
 
@@ -15,8 +15,7 @@ std::string KoraServiceAddress() {
 }
 
 void KORA::initialize() {
-    static std::once_flag once;
-    std::call_once(once, registerStandardNamespaces);
+    registerStandardNamespaces();
 }
 
 std::shared_ptr<kora::KORASoapBinding> KORA::KORASoapBinding() {

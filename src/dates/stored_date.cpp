@@ -1,8 +1,8 @@
-#include "services/stored_date.h"
+#include "dates/stored_date.h"
 
 #include <ctime>
 
-#include "services/iso8601_parsing.h"
+#include "dates/iso8601_parsing.h"
 
 namespace kora {
 namespace {

@@ -1,4 +1,4 @@
-#include "services/http_exchange.h"
+#include "platform/http_exchange.h"
 
 #include <glib.h>
 #include <libsoup/soup.h>

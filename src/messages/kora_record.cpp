@@ -1,11 +1,10 @@
-#include "services/kora_record.h"
+#include "messages/kora_record.h"
 
-#include "services/kora.h"
-#include "services/kora_type_registry.h"
-#include "services/service_namespaces.h"
-#include "services/us_globals.h"
-#include "services/xml_escaping.h"
-#include "services/xml_resources.h"
+#include "messages/kora_type_registry.h"
+#include "codecs/service_namespaces.h"
+#include "codecs/us_globals.h"
+#include "codecs/xml_escaping.h"
+#include "codecs/xml_resources.h"
 
 namespace kora {
 namespace {
@@ -40,7 +39,7 @@ std::optional<std::string> typeNameFromAttribute(xmlNodePtr element, std::string
     if (prefix.empty()) return std::nullopt;
     xmlNsPtr ns = xmlSearchNs(element->doc, element, BAD_CAST prefix.c_str());
     if (ns == nullptr || ns->href == nullptr) return std::nullopt;
-    KORA::initialize();
+    registerStandardNamespaces();
     const std::optional<std::string> ourPrefix =
         USGlobals::sharedInstance().prefixForNamespace(textOf(ns->href));
     if (!ourPrefix) return std::nullopt;

@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-#include "services/kora_record.h"
+#include "messages/kora_record.h"
 
 namespace kora {
 

@@ -1,8 +1,8 @@
-#include "services/soap_envelope.h"
+#include "soap/soap_envelope.h"
 
 #include "platform/logging.h"
-#include "services/service_namespaces.h"
-#include "services/xml_resources.h"
+#include "codecs/service_namespaces.h"
+#include "codecs/xml_resources.h"
 
 namespace kora {
 namespace {

@@ -1,9 +1,9 @@
-#include "services/kora_type_registry.h"
+#include "messages/kora_type_registry.h"
 
 #include <map>
 #include <string>
 
-#include "services/kora_messages.h"
+#include "messages/kora_messages.h"
 
 namespace kora {
 namespace {

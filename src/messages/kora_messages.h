@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "services/kora_record.h"
+#include "messages/kora_record.h"
 
 // The eighteen message records of the update service. Each record type is one
 // field list, F(type, name, element) per field in wire order; the same list

@@ -1,6 +1,8 @@
-#include "services/us_globals.h"
+#include "codecs/us_globals.h"
 
-#include "services/service_namespaces.h"
+#include <mutex>
+
+#include "codecs/service_namespaces.h"
 
 namespace kora {
 
@@ -16,10 +18,13 @@ std::optional<std::string> USGlobals::prefixForNamespace(std::string_view uri) c
 }
 
 void registerStandardNamespaces() {
-    USGlobals::sharedInstance().setWsdlStandardNamespaces({
-        {kXMLSchemaNamespace, "xsd"},
-        {KoraServiceNamespace, "KORA"},
-        {kMicrosoftWSDLTypesNamespace, "s1"},
+    static std::once_flag once;
+    std::call_once(once, [] {
+        USGlobals::sharedInstance().setWsdlStandardNamespaces({
+            {kXMLSchemaNamespace, "xsd"},
+            {KoraServiceNamespace, "KORA"},
+            {kMicrosoftWSDLTypesNamespace, "s1"},
+        });
     });
 }
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "services/http_exchange.h"
-#include "services/kora_operations.h"
-#include "services/soap_binding_response.h"
-#include "services/soap_reply.h"
+#include "platform/http_exchange.h"
+#include "messages/kora_operations.h"
+#include "soap/soap_binding_response.h"
+#include "soap/soap_reply.h"
 
 namespace kora {
 

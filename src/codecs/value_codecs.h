@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/date.h"
-#include "services/us_boolean.h"
+#include "codecs/us_boolean.h"
 
 namespace kora {
 

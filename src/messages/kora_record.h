@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "platform/date.h"
-#include "services/soap_fault.h"
-#include "services/us_boolean.h"
-#include "services/value_codecs.h"
+#include "codecs/soap_fault.h"
+#include "codecs/us_boolean.h"
+#include "codecs/value_codecs.h"
 
 namespace kora {
 

@@ -6,10 +6,10 @@
 #include <string_view>
 #include <vector>
 
-#include "services/http_exchange.h"
-#include "services/kora_messages.h"
-#include "services/soap_binding_response.h"
-#include "services/soap_envelope.h"
+#include "platform/http_exchange.h"
+#include "messages/kora_messages.h"
+#include "soap/soap_binding_response.h"
+#include "soap/soap_envelope.h"
 
 namespace kora {
 
