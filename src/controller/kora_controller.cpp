@@ -121,7 +121,7 @@ OptionalString KoraController::registerApplicationWithIdentifier(
 
 OptionalString KoraController::echo(const OptionalString& text) {
     openSystemLog();
-    logInfo("Echoing: %s", text ? text->c_str() : "(null)");
+    logInfo("Echoing: %s", text ? loggable(*text).c_str() : "(null)");
     closeSystemLog();
     return text;
 }

@@ -208,7 +208,7 @@ void DBusVending::handleMethodCall(GDBusConnection*, const gchar*, const gchar*,
         g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR,
                                                       G_DBUS_ERROR_INVALID_ARGS, refused.what());
     } catch (const std::exception& failure) {
-        logDiagnostic("%s failed: %s", methodName, failure.what());
+        logDiagnostic("%s failed: %s", methodName, loggable(failure.what()).c_str());
         g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR, G_DBUS_ERROR_FAILED,
                                                       failure.what());
     } catch (...) {

@@ -106,7 +106,8 @@ int main(int argc, char** argv) {
     g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     kora::openSystemLog();
     if (bus == nullptr) {
-        kora::logInfo("Cannot connect to the system bus: %s", error->message);
+        kora::logInfo("Cannot connect to the system bus: %s",
+                      kora::loggable(error->message).c_str());
         kora::closeSystemLog();
         return 1;
     }
@@ -118,7 +119,7 @@ int main(int argc, char** argv) {
     try {
         status = serve(bus, argc);
     } catch (const std::exception& failure) {
-        kora::logInfo("Cannot start: %s", failure.what());
+        kora::logInfo("Cannot start: %s", kora::loggable(failure.what()).c_str());
     }
     kora::closeSystemLog();
     return status;

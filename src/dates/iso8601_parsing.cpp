@@ -333,24 +333,22 @@ class ISO8601Reader {
         if (digits == 3) return setOrdinal(year, value);
         if (digits == 4) return setCalendar(year, value / 100, value % 100);
         if (digits == 1 && strict_) return false;
-        logDiagnostic("(%.*s) parsing month; segment is %u and ch is %.*s",
-                      static_cast<int>(text_.size()), text_.data(), value,
-                      static_cast<int>(rest().size()), rest().data());
+        logDiagnostic("(%s) parsing month; segment is %u and ch is %s", loggable(text_).c_str(),
+                      value, loggable(rest()).c_str());
         return setCalendar(year, value, readOptionalDay(2));
     }
 
     bool readHyphenYear(std::size_t digits, unsigned value) {
         logDiagnostic(
-            "(%.*s) found %u digits and one hyphen, so this is either -YY or -YY-MM; segment "
+            "(%s) found %u digits and one hyphen, so this is either -YY or -YY-MM; segment "
             "(year) is %u",
-            static_cast<int>(text_.size()), text_.data(), static_cast<unsigned>(digits), value);
+            loggable(text_).c_str(), static_cast<unsigned>(digits), value);
         const unsigned year = (digits == 1 ? decade() : century()) + value;
         unsigned month = 1;
         if (peek() == '-' && digitAhead(1)) {
             skip('-');
             month = readDigits(2);
-            logDiagnostic("(%.*s) month is %u", static_cast<int>(text_.size()), text_.data(),
-                          month);
+            logDiagnostic("(%s) month is %u", loggable(text_).c_str(), month);
         }
         return setCalendar(year, month, 1);
     }

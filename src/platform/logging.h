@@ -3,6 +3,9 @@
 #include <functional>
 #include <string>
 
+// Texts from outside go into log lines through loggable() or loggableTrace().
+#include "platform/loggable_text.h"
+
 namespace kora {
 
 // The system log is opened with the program's own name, options 39

@@ -124,8 +124,9 @@ void SoapBinding::sendHTTPCallUsingBody(const std::string& body, std::string_vie
     request.body = body;
     request.timeoutSeconds = timeoutSeconds(defaultTimeout_);
     if (logXMLInOut_) {
-        logDiagnostic("OutputHeaders:\n%s", headerDescription(request.headers).c_str());
-        logDiagnostic("OutputBody:\n%s", body.c_str());
+        logDiagnostic("OutputHeaders:\n%s",
+                      loggableTrace(headerDescription(request.headers)).c_str());
+        logDiagnostic("OutputBody:\n%s", loggableTrace(body).c_str());
     }
     operation.setUrlConnection(HttpExchange::start(request, operation.shared_from_this()));
 }

@@ -52,7 +52,8 @@ std::optional<HttpCredential> KORASoapBindingOperation::didReceiveAuthentication
 bool KORASoapBindingOperation::didReceiveResponse(const HttpReplyHead& head) {
     if (binding_->logXMLInOut()) {
         logDiagnostic("ResponseStatus: %u\n", head.status);
-        logDiagnostic("ResponseHeaders:\n%s", headerDescription(head.headers).c_str());
+        logDiagnostic("ResponseHeaders:\n%s",
+                      loggableTrace(headerDescription(head.headers)).c_str());
     }
     binding_->setCookies(head.cookies);
     if (auto error = contentTypeError(head)) {
@@ -99,7 +100,8 @@ bool KORASoapBindingOperation::didReceiveData(std::string_view chunk) {
 
 void KORASoapBindingOperation::didFailWithError(const ServiceError& error) {
     if (finished_) return;
-    if (binding_->logXMLInOut()) logDiagnostic("ResponseError:\n%s", error.text().c_str());
+    if (binding_->logXMLInOut())
+        logDiagnostic("ResponseError:\n%s", loggableTrace(error.text()).c_str());
     response_->setError(error);
     complete();
 }
@@ -116,7 +118,7 @@ void KORASoapBindingOperation::connectionDidFinishLoading() {
 void KORASoapBindingOperation::readReplyBody() {
     static const std::string kNoBody;
     const std::string& body = responseData_ ? *responseData_ : kNoBody;
-    if (binding_->logXMLInOut()) logDiagnostic("ResponseBody:\n%s", body.c_str());
+    if (binding_->logXMLInOut()) logDiagnostic("ResponseBody:\n%s", loggableTrace(body).c_str());
     SoapReply reply = readSoapReply(body, responseElementName(), responseReader());
     if (!reply.wellFormed) {
         response_->setError(

@@ -161,6 +161,8 @@ TEST(ISO8601Parsing, WritesThreeDiagnosticLinesForShortYearsAndMonths) {
     // clang-format off
     const std::pair<const char*, std::vector<std::string>> rows[] = {
         {"11-03-07", {"(11-03-07) parsing month; segment is 3 and ch is -07"}},
+        {"11-03-07\n\x1b",
+         {"(11-03-07\\n\\x1b) parsing month; segment is 3 and ch is -07\\n\\x1b"}},
         {"-11-03", {"(-11-03) found 2 digits and one hyphen, so this is either -YY or -YY-MM; "
                     "segment (year) is 11", "(-11-03) month is 3"}},
         {"-5", {"(-5) found 1 digits and one hyphen, so this is either -YY or -YY-MM; segment "

@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
+#include "platform/input_limits.h"
 #include "platform/logging.h"
 #include "dates/stored_date.h"
 #include "support/temp_dir.h"
@@ -74,6 +75,16 @@ TEST_F(AController, LogsEveryEchoAndEveryRoamingChangeEvenWhenUnchanged) {
     EXPECT_TRUE(controller->setRoaming(false));
     EXPECT_EQ(lines, (Lines{"Echoing: abc", "Echoing: (null)", "Setting KORA to roaming state",
                             "Setting KORA to roaming state", "Setting KORA to normal state"}));
+}
+
+TEST_F(AController, EchoesAnyTextInOneShortLogLine) {
+    auto controller = start();
+    const std::string forged = "x\nEchoing: forged\x1b[2J";
+    const std::string longest(kMaxEchoBytes, 'a');
+    EXPECT_EQ(controller->echo(forged), forged);
+    EXPECT_TRUE(controller->echo(longest) == longest);
+    EXPECT_EQ(lines, (Lines{"Echoing: x\\nEchoing: forged\\x1b[2J",
+                            "Echoing: " + std::string(1024, 'a') + "... (65536 bytes)"}));
 }
 
 TEST_F(AController, RestoresItsStateFromTheFileAndForgetsTheLastCheckOnForceCheck) {
