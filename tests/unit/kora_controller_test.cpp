@@ -76,17 +76,20 @@ TEST_F(AController, AnswersFalseAndUndoesAChangeTheRegistryCannotHold) {
     auto controller = start(1h, std::filesystem::file_size(file()));
     lines.clear();
 
-    EXPECT_FALSE(controller->updateClient("com.a", "/A much longer path.app", "1.0"));
+    const auto application = controller->db().registeredApplicationForIdentifier("com.a");
+    EXPECT_FALSE(controller->updateClient("com.a", "/A much longer path.app", "1.1"));
+    EXPECT_FALSE(controller->registerClientWith("com.a", "I", "P", "1.0", "/A.app", "Longer"));
+    EXPECT_EQ(controller->db().registeredApplicationForIdentifier("com.a"), application);
+    EXPECT_EQ(std::tuple(application->bundlePath(), application->lastKnownVersion(),
+                         application->brand()),
+              std::tuple("/A.app", "1.0", "B"));
     EXPECT_FALSE(controller->registerClientWith("com.b", "I", "P", "1.0", "/B.app", "B"));
     EXPECT_FALSE(controller->updateClient("com.c", "/C.app", "1.0"));
     EXPECT_TRUE(controller->updateClient("com.a", "/B.app", "2.0"));  // same size: fits
-
-    const auto application = controller->db().registeredApplicationForIdentifier("com.a");
-    EXPECT_EQ(std::tuple(application->bundlePath(), application->lastKnownVersion()),
-              std::tuple("/B.app", "2.0"));
+    EXPECT_EQ(application->bundlePath(), "/B.app");
     EXPECT_EQ(controller->db().registeredApplications().size(), 1u);
     EXPECT_EQ(applications().size(), 1u);
-    EXPECT_EQ(lines.size(), 3u) << "one line per refused change";
+    EXPECT_EQ(lines.size(), 4u) << "one line per refused change";
 }
 
 TEST_F(AController, LogsEveryEchoAndEveryRoamingChangeEvenWhenUnchanged) {

@@ -174,24 +174,6 @@ TEST_F(ARegistry, NeverWritesAFileLargerThanItsCapAndSaysSoOnce) {
     }
 }
 
-TEST_F(ARegistry, PutsASavedRecordBackIntoTheSameLiveObject) {
-    auto db = open();
-    db->addApplicationWithIdentifier("com.a", "I", "P", "1.0", "/A.app", "B");
-    const auto live = db->registeredApplicationForIdentifier("com.a");
-    const KoraDB::SavedApplication saved = db->saveApplication("com.a");
-    db->updateApplication("com.a", "/Moved.app", "2.0");
-    db->addApplicationWithIdentifier("com.a", "X", "Y", "3.0", "/C.app", "Z");
-    db->restoreApplication("com.a", saved);
-    EXPECT_EQ(db->registeredApplicationForIdentifier("com.a"), live);
-    EXPECT_EQ(std::tuple(live->bundlePath(), live->lastKnownVersion(), live->brand()),
-              std::tuple("/A.app", "1.0", "B"));
-
-    const KoraDB::SavedApplication none = db->saveApplication("com.new");
-    db->updateApplication("com.new", "/N.app", "1");
-    db->restoreApplication("com.new", none);
-    EXPECT_EQ(db->registeredApplicationForIdentifier("com.new"), nullptr);
-}
-
 TEST_F(ARegistry, SaysOnceWhyItCannotWriteAndWritesAgainWhenItCan) {
     fs::create_directory(file);
     auto db = open();
