@@ -10,6 +10,11 @@ using OptionalString = std::optional<std::string>;
 
 // What client applications may ask of the daemon. Every operation answers as
 // documented whatever happened; nothing is thrown.
+//
+// registerClientWith and updateClient answer true, with one exception: false
+// when the registry refused the change because the file would have grown past
+// what the daemon reads back at start. The change is then undone in memory too,
+// and the D-Bus adapter answers the client with an error instead of false.
 class KoraAPI {
 public:
     virtual ~KoraAPI() = default;

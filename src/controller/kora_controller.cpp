@@ -42,7 +42,8 @@ KoraController::KoraController(KoraControllerSettings settings)
       configPath_(std::move(settings.configPath)),
       workspace_(settings.workspace ? std::move(settings.workspace)
                                     : std::make_shared<LiveWorkspace>()) {
-    db_ = std::make_unique<KoraDB>(configPath_, *workspace_, settings.preferencesFolder);
+    db_ = std::make_unique<KoraDB>(configPath_, *workspace_, settings.preferencesFolder,
+                                   settings.registryMaxBytes);
     // Updates restored from the file report their outcomes here.
     db_->setDelegate(this);
     isModemRoaming_ = false;
@@ -61,17 +62,26 @@ bool KoraController::registerClientWith(const OptionalString& identifier,
                                         const OptionalString& appVersion,
                                         const OptionalString& bundlePath,
                                         const OptionalString& appBrand) {
-    db_->addApplicationWithIdentifier(identifier, installationID, productID, appVersion, bundlePath,
-                                      appBrand);
-    db_->syncDB();
-    return true;
+    return changeApplication(identifier, [&] {
+        db_->addApplicationWithIdentifier(identifier, installationID, productID, appVersion,
+                                          bundlePath, appBrand);
+    });
 }
 
 bool KoraController::updateClient(const OptionalString& identifier,
                                   const OptionalString& bundlePath, const OptionalString& version) {
-    db_->updateApplication(identifier, bundlePath, version);
-    db_->syncDB();
-    return true;
+    return changeApplication(identifier,
+                             [&] { db_->updateApplication(identifier, bundlePath, version); });
+}
+
+template <typename Change>
+bool KoraController::changeApplication(const OptionalString& identifier, Change change) {
+    // Nothing here turns the main loop, so no other call can come in between.
+    const KoraDB::SavedApplication saved = db_->saveApplication(identifier);
+    change();
+    if (db_->syncDB() != RegistryWrite::TooLarge) return true;
+    db_->restoreApplication(identifier, saved);
+    return false;
 }
 
 bool KoraController::setRoaming(bool roaming) {
@@ -106,6 +116,8 @@ bool KoraController::uninstall(const OptionalString& identifier) {
     if (response->firstBodyPartAs<KORA_UninstallResponse>() != nullptr) {
         logInfo("Successfully notified KORA Server");
     }
+    // A removal only shrinks the application section, so it is kept even in
+    // the rare case that the file cannot take the rest of memory.
     db_->removeApplicationWithIdentifier(identifier);
     db_->syncDB();
     return true;

@@ -66,6 +66,10 @@ class KoraController : public VendedController, public KoraUpdateDelegate {
     const std::filesystem::path& configPath() const { return configPath_; }
 
   private:
+    // Makes a client's change to one application and writes the registry. When
+    // the file would outgrow its cap, the record is put back as it was: false.
+    template <typename Change>
+    bool changeApplication(const OptionalString& identifier, Change change);
     void runHourlyStep();
     void setLastUpdate(Date date);
 

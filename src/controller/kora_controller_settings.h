@@ -1,9 +1,11 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 
+#include "platform/input_limits.h"
 #include "platform/workspace.h"
 #include "registry/kora_db.h"
 
@@ -28,6 +30,8 @@ struct KoraControllerSettings {
     // None: the live workspace on "/Applications".
     std::shared_ptr<const Workspace> workspace;
     std::chrono::milliseconds tickInterval = tickIntervalFromEnvironment();
+    // The largest registry file written: what the reader accepts (tests lower it).
+    std::size_t registryMaxBytes = kPlistMaxBytes;
 };
 
 }  // namespace kora

@@ -8,9 +8,11 @@
 #include <variant>
 #include <vector>
 
+#include "platform/input_limits.h"
 #include "platform/korad_bus_names.h"
 #include "platform/logging.h"
 #include "platform/nullable_string.h"
+#include "platform/property_list.h"
 
 namespace kora {
 namespace {
@@ -76,8 +78,27 @@ class Arguments {
     std::vector<Value> values_;
 };
 
+// Thrown when the registry refused a client's change because the file would
+// have grown past what the daemon reads back at start. Clients are otherwise
+// answered true whatever happened; this one departure is answered with
+// org.freedesktop.DBus.Error.LimitsExceeded, a standard name that every D-Bus
+// client knows without knowing korad.
+class RegistryFull : public std::runtime_error {
+  public:
+    RegistryFull()
+        : std::runtime_error(
+              "the registry would grow past the size korad can read back; nothing was changed") {}
+};
+
 GVariant* booleanReply(bool value) {
     return g_variant_new("(b)", value);
+}
+
+// registerClientWith and updateClient answer false only when the registry
+// refused the change.
+GVariant* registryChangeReply(bool stored) {
+    if (!stored) throw RegistryFull();
+    return booleanReply(true);
 }
 
 GVariant* nullableStringReply(const OptionalString& text) {
@@ -100,12 +121,12 @@ const Operation kOperations[] = {
     {"registerClientWith_installationID_productID_appVersion_bundlePath_appBrand",
      "identifier:as installationID:as productID:as appVersion:as bundlePath:as appBrand:as", "b",
      [](VendedController& c, const Arguments& a) {
-         return booleanReply(c.registerClientWith(a.text(0), a.text(1), a.text(2), a.text(3),
-                                                  a.text(4), a.text(5)));
+         return registryChangeReply(c.registerClientWith(a.text(0), a.text(1), a.text(2),
+                                                         a.text(3), a.text(4), a.text(5)));
      }},
     {"updateClient_withBundePath_andVersion", "identifier:as bundlePath:as version:as", "b",
      [](VendedController& c, const Arguments& a) {
-         return booleanReply(c.updateClient(a.text(0), a.text(1), a.text(2)));
+         return registryChangeReply(c.updateClient(a.text(0), a.text(1), a.text(2)));
      }},
     {"setRoaming", "roaming:b", "b",
      [](VendedController& c, const Arguments& a) { return booleanReply(c.setRoaming(a.flag(0))); }},
@@ -132,6 +153,65 @@ const Operation kOperations[] = {
      }},
 };
 
+// What a string argument may hold. Paths and the echo text have their own
+// caps; every other string (identifiers, versions, brands, installation and
+// product ids, ICCID, IMSI, MAC addresses, software) is an id. Everything but
+// the echo text may be stored, and the registry is XML: such an argument must
+// hold only characters that XML 1.0 can carry, or it would be written altered
+// or make a file that other XML readers refuse.
+struct ArgumentRule {
+    const char* name;
+    std::size_t maxBytes;
+    bool stored;
+};
+const ArgumentRule kArgumentRules[] = {
+    {"bundlePath", kMaxPathBytes, true},
+    {"text", kMaxEchoBytes, false},  // echo: logged and answered, never stored
+};
+const ArgumentRule kIdRule = {"", kMaxIdentifierBytes, true};
+
+const ArgumentRule& ruleFor(const std::string& name) {
+    for (const ArgumentRule& rule : kArgumentRules)
+        if (name == rule.name) return rule;
+    return kIdRule;
+}
+
+// Refuses, before the controller is called, a string argument that breaks
+// its rule; the error names the argument.
+void checkArgument(std::size_t index, const std::string& name, const std::string& text) {
+    const ArgumentRule& rule = ruleFor(name);
+    if (text.size() > rule.maxBytes)
+        throw InvalidArguments(stringWithFormat("argument %zu (%s) is %zu bytes long; at most %zu",
+                                                index, name.c_str(), text.size(), rule.maxBytes));
+    if (rule.stored && !isXmlText(text))
+        throw InvalidArguments(stringWithFormat(
+            "argument %zu (%s) holds a character that XML 1.0 cannot carry", index, name.c_str()));
+}
+
+struct ArgumentSpec {
+    std::string name;
+    std::string type;
+};
+
+// The "name:type" words of an operation's row.
+std::vector<ArgumentSpec> argumentSpecs(const Operation& operation) {
+    std::vector<ArgumentSpec> specs;
+    std::istringstream words(operation.arguments);
+    for (std::string word; words >> word;) {
+        const std::size_t colon = word.find(':');
+        specs.push_back({word.substr(0, colon), word.substr(colon + 1)});
+    }
+    return specs;
+}
+
+void checkArguments(const Operation& operation, const Arguments& arguments) {
+    const std::vector<ArgumentSpec> specs = argumentSpecs(operation);
+    for (std::size_t i = 0; i < specs.size(); ++i) {
+        if (specs[i].type != "as") continue;
+        if (const OptionalString& text = arguments.text(i)) checkArgument(i, specs[i].name, *text);
+    }
+}
+
 std::string argumentXml(const std::string& name, const std::string& type, const char* direction) {
     return "      <arg name=\"" + name + "\" type=\"" + type + "\" direction=\"" + direction +
            "\"/>\n";
@@ -143,11 +223,8 @@ std::string describeInterface() {
     std::string xml = std::string("<node>\n  <interface name=\"") + kKoradInterface + "\">\n";
     for (const Operation& operation : kOperations) {
         xml += std::string("    <method name=\"") + operation.member + "\">\n";
-        std::istringstream words(operation.arguments);
-        for (std::string word; words >> word;) {
-            const std::size_t colon = word.find(':');
-            xml += argumentXml(word.substr(0, colon), word.substr(colon + 1), "in");
-        }
+        for (const ArgumentSpec& spec : argumentSpecs(operation))
+            xml += argumentXml(spec.name, spec.type, "in");
         if (*operation.result != '\0') xml += argumentXml("result", operation.result, "out");
         xml += "    </method>\n";
     }
@@ -202,11 +279,15 @@ void DBusVending::handleMethodCall(GDBusConnection*, const gchar*, const gchar*,
             return;
         }
         const Arguments arguments(parameters);
+        checkArguments(*operation, arguments);
         auto& controller = static_cast<DBusVending*>(self)->controller_;
         g_dbus_method_invocation_return_value(invocation, operation->call(controller, arguments));
     } catch (const InvalidArguments& refused) {
         g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR,
                                                       G_DBUS_ERROR_INVALID_ARGS, refused.what());
+    } catch (const RegistryFull& refused) {
+        g_dbus_method_invocation_return_error_literal(
+            invocation, G_DBUS_ERROR, G_DBUS_ERROR_LIMITS_EXCEEDED, refused.what());
     } catch (const std::exception& failure) {
         logDiagnostic("%s failed: %s", methodName, loggable(failure.what()).c_str());
         g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR, G_DBUS_ERROR_FAILED,

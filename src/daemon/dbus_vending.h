@@ -15,8 +15,11 @@ namespace kora {
 //
 // Calls are handled on the thread whose default main context was current at
 // construction (the daemon's one thread). A call with arguments of the wrong
-// type or shape is answered with org.freedesktop.DBus.Error.InvalidArgs and
-// never reaches the controller.
+// type or shape, or with a string longer than its cap (255 bytes for ids,
+// 4,096 for paths, 64 KiB for the echo text) or holding a character XML 1.0
+// cannot carry, is answered with org.freedesktop.DBus.Error.InvalidArgs and
+// never reaches the controller. A registration that the registry refuses as too
+// large to read back is answered with org.freedesktop.DBus.Error.LimitsExceeded.
 class DBusVending {
   public:
     // Exports the controller on the connection. Throws std::runtime_error when

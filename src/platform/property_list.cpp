@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -177,19 +179,31 @@ std::optional<PlistValue> fromNode(plist_t node, std::size_t depth) {
     }
 }
 
-// libplist writes strings as they are, and XML cannot hold invalid UTF-8 or most
-// control characters: such a file could never be read back, and the registry
-// would be lost. Both are replaced by U+FFFD.
+bool isXmlCharacter(gunichar c) {
+    return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) ||
+           (c >= 0xE000 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0x10FFFF);
+}
+
+// libplist writes strings as they are, and XML cannot hold invalid UTF-8, most
+// control characters or U+FFFE and U+FFFF: such a file would be refused by
+// other XML readers, or by ours, and the registry would be lost. Each such
+// character, or each byte that is not UTF-8, becomes U+FFFD.
 std::string xmlSafeText(const std::string& text) {
-    g_autofree gchar* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+    if (isXmlText(text)) return text;
     std::string safe;
-    for (const char* p = valid; *p != '\0'; ++p) {
-        const auto c = static_cast<unsigned char>(*p);
-        if (c < 0x20 && c != '\t' && c != '\n' && c != '\r') {
-            safe += "\xEF\xBF\xBD";
+    const char* p = text.data();
+    const char* const end = p + text.size();
+    while (p < end) {
+        const gunichar c = g_utf8_get_char_validated(p, end - p);
+        // Negative (as a gunichar: huge) for an invalid or cut sequence and for NUL.
+        const bool decoded = c < 0x110000;
+        const char* next = decoded ? g_utf8_next_char(p) : p + 1;
+        if (decoded && isXmlCharacter(c)) {
+            safe.append(p, next);
         } else {
-            safe += *p;
+            safe += "\xEF\xBF\xBD";
         }
+        p = next;
     }
     return safe;
 }
@@ -261,7 +275,31 @@ std::optional<std::vector<std::uint8_t>> readWholeFile(const std::filesystem::pa
     return bytes;
 }
 
+// mkstemp replaces the six X's with letters and digits.
+constexpr const char* kTemporarySuffix = ".XXXXXX";
+
+std::string temporaryPrefix(const std::filesystem::path& path) {
+    return "." + path.filename().string();
+}
+
+bool isLeftoverTemporary(const std::string& name, const std::string& prefix) {
+    const std::size_t length = prefix.size() + std::strlen(kTemporarySuffix);
+    if (name.size() != length || name.compare(0, prefix.size(), prefix) != 0) return false;
+    if (name[prefix.size()] != '.') return false;
+    return std::all_of(name.begin() + static_cast<std::ptrdiff_t>(prefix.size()) + 1, name.end(),
+                       [](char c) { return g_ascii_isalnum(c); });
+}
+
 }  // namespace
+
+bool isXmlText(std::string_view text) {
+    if (!g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr)) return false;
+    const char* const end = text.data() + text.size();
+    for (const char* p = text.data(); p < end; p = g_utf8_next_char(p)) {
+        if (!isXmlCharacter(g_utf8_get_char(p))) return false;
+    }
+    return true;
+}
 
 std::optional<PlistValue> parsePropertyList(std::span<const std::uint8_t> bytes) {
     if (bytes.empty() || bytes.size() > kPlistMaxBytes) return std::nullopt;
@@ -306,15 +344,23 @@ std::string propertyListXml(const PlistValue& value) {
 }
 
 bool writePropertyList(const PlistValue& value, const std::filesystem::path& path) {
-    const std::string xml = propertyListXml(value);
-    if (xml.empty()) return false;
+    return writePropertyListXml(propertyListXml(value), path);
+}
 
+bool writePropertyListXml(std::string_view xml, const std::filesystem::path& path) {
+    if (xml.empty()) {
+        errno = EINVAL;
+        return false;
+    }
+    // lstat: a link's target (a link to /dev/zero is 0666) must not lend its mode.
     mode_t mode = 0644;
     struct stat existing {};
-    if (::stat(path.c_str(), &existing) == 0) mode = existing.st_mode & 07777;
+    if (::lstat(path.c_str(), &existing) == 0 && S_ISREG(existing.st_mode)) {
+        mode = existing.st_mode & 07777;
+    }
 
     // mkstemp picks a name no other process can predict or pre-create.
-    std::string temporary = (path.parent_path() / ("." + path.filename().string() + ".XXXXXX"));
+    std::string temporary = path.parent_path() / (temporaryPrefix(path) + kTemporarySuffix);
     const int fd = ::mkstemp(temporary.data());
     if (fd < 0) return false;
     bool written = ::fchmod(fd, mode) == 0;
@@ -328,10 +374,25 @@ bool writePropertyList(const PlistValue& value, const std::filesystem::path& pat
     written = written && ::fsync(fd) == 0;
     written = (::close(fd) == 0) && written;
     if (!written || ::rename(temporary.c_str(), path.c_str()) != 0) {
+        const int reason = errno;
         ::unlink(temporary.c_str());
+        errno = reason;
         return false;
     }
     return true;
+}
+
+void removeLeftoverTemporaries(const std::filesystem::path& path) {
+    const std::string prefix = temporaryPrefix(path);
+    const std::filesystem::path folder = path.parent_path().empty() ? "." : path.parent_path();
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+        // A temporary is always a regular file; anything else is not ours.
+        if (isLeftoverTemporary(entry.path().filename().string(), prefix) &&
+            entry.is_regular_file(error) && !entry.is_symlink(error)) {
+            std::filesystem::remove(entry.path(), error);
+        }
+    }
 }
 
 }  // namespace kora

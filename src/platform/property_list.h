@@ -105,14 +105,28 @@ std::optional<PlistValue> readPropertyList(const std::filesystem::path& path);
 // Reads a file whose root must be a dictionary.
 std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path);
 
+// Whether a text is valid UTF-8 made only of characters that XML 1.0 can
+// carry: tab, line feed, carriage return, U+0020-U+D7FF, U+E000-U+FFFD and
+// U+10000-U+10FFFF. The writer replaces every other character by U+FFFD, so
+// only such a text reads back as it was written.
+bool isXmlText(std::string_view text);
+
 // The XML form, as libplist writes it (header, DOCTYPE, tab indent). Empty for
 // a value nested deeper than kPlistMaxDepth, which no reader would accept.
 std::string propertyListXml(const PlistValue& value);
 
 // Writes the XML form to a temporary file in the target's folder and renames it
-// over the target, so readers never see half a file. An existing target keeps
-// its mode; a new one gets 0644. False when anything failed (the target is then
-// unchanged).
+// over the target, so readers never see half a file. An existing regular file
+// keeps its mode; anything else at the path, a symbolic link included, is
+// replaced by a regular file with mode 0644. False when anything failed (errno
+// then tells why; the target is unchanged).
 bool writePropertyList(const PlistValue& value, const std::filesystem::path& path);
+// The same with the XML form already made, for callers that weigh it first.
+bool writePropertyListXml(std::string_view xml, const std::filesystem::path& path);
+
+// Removes the temporary files that writes to `path` left behind when the
+// process was killed between creating and renaming them. Only for a path that
+// no other process writes, and only before this one writes it.
+void removeLeftoverTemporaries(const std::filesystem::path& path);
 
 }  // namespace kora

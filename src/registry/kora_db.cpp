@@ -1,9 +1,12 @@
 #include "registry/kora_db.h"
 
+#include <cerrno>
+#include <cstring>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "platform/logging.h"
 #include "update/kora_update_delegate.h"
 
 namespace kora {
@@ -27,10 +30,13 @@ bool somethingExistsAt(const std::optional<std::string>& path) {
 
 KoraDB::KoraDB(const Workspace& workspace) : KoraDB(kDefaultPath, workspace) {}
 
-KoraDB::KoraDB(fs::path path, const Workspace& workspace, fs::path preferencesFolder)
+KoraDB::KoraDB(fs::path path, const Workspace& workspace, fs::path preferencesFolder,
+               std::size_t maxFileBytes)
     : dbPath_(std::move(path)),
       preferencesFolder_(std::move(preferencesFolder)),
-      workspace_(workspace) {
+      workspace_(workspace),
+      maxFileBytes_(maxFileBytes) {
+    removeLeftoverTemporaries(dbPath_);
     load();
 }
 
@@ -44,7 +50,13 @@ KoraDB::~KoraDB() {
 
 void KoraDB::load() {
     const auto root = readPropertyListDictionary(dbPath_);
-    if (!root) return;
+    if (!root) {
+        std::error_code error;
+        if (fs::exists(fs::symlink_status(dbPath_, error))) {
+            logInfo("The registry %s cannot be read; it starts empty", dbPath_.c_str());
+        }
+        return;
+    }
     // Sections or entries of another shape than a dictionary are skipped.
     if (const PlistDictionary* section = root->dictionary("KoraDB")) {
         for (const auto& [identifier, value] : section->entries()) {
@@ -68,10 +80,10 @@ std::shared_ptr<KoraUpdate> KoraDB::getUpdateInfoForIdentifier(
     return lookUp(updatesInProgress_, identifier);
 }
 
-void KoraDB::updateInfoForUpdateWithIdentifier(const OptionalString& identifier,
-                                               std::shared_ptr<KoraUpdate> update) {
+RegistryWrite KoraDB::updateInfoForUpdateWithIdentifier(const OptionalString& identifier,
+                                                        std::shared_ptr<KoraUpdate> update) {
     std::lock_guard lock(dbMutex_);
-    if (!identifier || !update) return;
+    if (!identifier || !update) return RegistryWrite::Written;
     updatesInProgress_[*identifier] = std::move(update);
     PlistDictionary section;
     for (const auto& [key, stored] : updatesInProgress_) {
@@ -80,7 +92,7 @@ void KoraDB::updateInfoForUpdateWithIdentifier(const OptionalString& identifier,
         if (stored->installationComplete() && stored->downloadComplete()) continue;
         section.set(key, PlistValue(stored->serialize()));
     }
-    writeRootKey("UpdateDB", std::move(section));
+    return writeRootKey("UpdateDB", std::move(section));
 }
 
 KoraDB::UpdateTable KoraDB::currentUpdates() const {
@@ -147,13 +159,32 @@ void KoraDB::removeApplicationWithIdentifier(const OptionalString& identifier) {
     if (identifier) applications_.erase(*identifier);
 }
 
-void KoraDB::syncDB() {
+RegistryWrite KoraDB::syncDB() {
     std::lock_guard lock(dbMutex_);
     PlistDictionary section;
     for (const auto& [identifier, application] : applications_) {
         section.set(identifier, PlistValue(application->serialize()));
     }
-    writeRootKey("KoraDB", std::move(section));
+    return writeRootKey("KoraDB", std::move(section));
+}
+
+KoraDB::SavedApplication KoraDB::saveApplication(const OptionalString& identifier) const {
+    std::lock_guard lock(dbMutex_);
+    const auto record = lookUp(applications_, identifier);
+    return SavedApplication{record, record ? *record : KoraApplication{}};
+}
+
+void KoraDB::restoreApplication(const OptionalString& identifier, const SavedApplication& saved) {
+    std::lock_guard lock(dbMutex_);
+    if (!identifier) return;
+    if (!saved.record) {
+        applications_.erase(*identifier);
+        return;
+    }
+    // The live record itself goes back, so copies of the table handed out
+    // earlier still hold the record the table holds.
+    *saved.record = saved.fields;
+    applications_[*identifier] = saved.record;
 }
 
 bool KoraDB::updateInstalledApplications() {
@@ -207,12 +238,19 @@ std::optional<KoraDB::IdentityValues> KoraDB::readIdentityValues(
                           preferences->string("MVNO").value_or(kUnknownBrand)};
 }
 
-void KoraDB::writeRootKey(const char* key, PlistDictionary section) const {
+RegistryWrite KoraDB::writeRootKey(const char* key, PlistDictionary section) {
     // Missing or unreadable: the file gets this writer's section only. A failed
-    // write is not reported; the next write tries again with the state then.
-    PlistDictionary root = readPropertyListDictionary(dbPath_).value_or(PlistDictionary{});
-    root.set(key, PlistValue(std::move(section)));
-    writePropertyList(PlistValue(std::move(root)), dbPath_);
+    // write changes nothing in memory; the next write tries again with the
+    // state then.
+    const RegistryWrite outcome =
+        replaceRegistryRootKey(dbPath_, key, PlistValue(std::move(section)), maxFileBytes_);
+    if (outcome == RegistryWrite::Failed && !writeFailureLogged_) {
+        logInfo("Cannot write the registry %s: %s", dbPath_.c_str(), std::strerror(errno));
+        writeFailureLogged_ = true;
+    } else if (outcome == RegistryWrite::Written) {
+        writeFailureLogged_ = false;
+    }
+    return outcome;
 }
 
 }  // namespace kora

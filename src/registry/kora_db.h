@@ -7,9 +7,11 @@
 #include <optional>
 #include <string>
 
+#include "platform/input_limits.h"
 #include "platform/property_list.h"
 #include "platform/workspace.h"
 #include "registry/kora_application.h"
+#include "registry/registry_file.h"
 #include "update/kora_update.h"
 
 namespace kora {
@@ -23,7 +25,9 @@ class KoraUpdateDelegate;
 // the others as it found them on disk.
 //
 // Only syncDB, updateInfoForUpdateWithIdentifier and destruction write the
-// file; the other changes stay in memory until the caller runs syncDB.
+// file; the other changes stay in memory until the caller runs syncDB. No write
+// makes the file larger than its reader accepts: such a write is skipped, and
+// the caller may put the change back (saveApplication, restoreApplication).
 class KoraDB {
   public:
     using OptionalString = std::optional<std::string>;
@@ -39,9 +43,11 @@ class KoraDB {
     // The registry on the default file. The workspace must outlive the registry.
     explicit KoraDB(const Workspace& workspace);
     // Loads the registry kept at `path`; a missing or unreadable file gives
-    // empty tables.
+    // empty tables. Temporary files of writes killed halfway are removed.
+    // `maxFileBytes` is the largest file written (tests lower it).
     KoraDB(std::filesystem::path path, const Workspace& workspace,
-           std::filesystem::path preferencesFolder = kPreferencesFolder);
+           std::filesystem::path preferencesFolder = kPreferencesFolder,
+           std::size_t maxFileBytes = kPlistMaxBytes);
     // Writes the application section, so the file matches memory at the end.
     ~KoraDB();
 
@@ -56,7 +62,7 @@ class KoraDB {
     // Stores the update (replacing any earlier one) and rewrites "UpdateDB".
     // Updates whose download and installation are both complete stay in memory
     // but are left out of the file.
-    void updateInfoForUpdateWithIdentifier(const OptionalString& identifier,
+    RegistryWrite updateInfoForUpdateWithIdentifier(const OptionalString& identifier,
                                            std::shared_ptr<KoraUpdate> update);
     // A copy of the table holding the same live updates.
     UpdateTable currentUpdates() const;
@@ -82,7 +88,18 @@ class KoraDB {
     // An update in progress for the identifier stays where it is.
     void removeApplicationWithIdentifier(const OptionalString& identifier);
     // Writes the application section "KoraDB".
-    void syncDB();
+    RegistryWrite syncDB();
+
+    // One application's record as it is now (none when unregistered), to be
+    // put back by restoreApplication when a change to it cannot be written.
+    struct SavedApplication {
+        std::shared_ptr<KoraApplication> record;  // the live record
+        KoraApplication fields;                   // its fields before the change
+    };
+    SavedApplication saveApplication(const OptionalString& identifier) const;
+    // Puts the saved record back under the identifier, with its fields as
+    // saved, or removes the record when none was saved.
+    void restoreApplication(const OptionalString& identifier, const SavedApplication& saved);
     // Follows applications whose bundle has moved and drops those that can no
     // longer be found. Always true.
     bool updateInstalledApplications();
@@ -101,7 +118,7 @@ class KoraDB {
     void followMovedBundle(const std::string& identifier, KoraApplication& application,
                            const std::filesystem::path& bundle) const;
     // Replaces one root key of the file as found on disk and writes it back.
-    void writeRootKey(const char* key, PlistDictionary section) const;
+    RegistryWrite writeRootKey(const char* key, PlistDictionary section);
 
     std::filesystem::path dbPath_;
     std::filesystem::path preferencesFolder_;
@@ -109,6 +126,9 @@ class KoraDB {
     ApplicationTable applications_;
     UpdateTable updatesInProgress_;
     mutable std::mutex dbMutex_;
+    std::size_t maxFileBytes_;
+    // A write that fails is logged once, not at every tick, until one succeeds.
+    bool writeFailureLogged_ = false;
 };
 
 }  // namespace kora

@@ -14,8 +14,12 @@
 #include <vector>
 
 #include "client/kora_client.h"
+#include "controller/kora_controller.h"
 #include "daemon/dbus_vending.h"
+#include "platform/input_limits.h"
 #include "platform/korad_bus_names.h"
+#include "platform/nullable_string.h"
+#include "support/temp_dir.h"
 
 namespace kora {
 namespace {
@@ -99,29 +103,59 @@ class DBusApi : public testing::Test {
     // A call with hand-made arguments (GVariant text), bypassing the client library.
     static GVariant* rawCall(const char* interface, const char* member, const char* arguments,
                              GError** error) {
+        return variantCall(interface, member,
+                           arguments ? g_variant_new_parsed(arguments) : nullptr, error);
+    }
+    static GVariant* variantCall(const char* interface, const char* member, GVariant* arguments,
+                                 GError** error) {
         return served([&] {
             g_autoptr(GDBusConnection) c = connect();
             GVariant* reply =
                 g_dbus_connection_call_sync(c, kKoradBusName, kKoradObjectPath, interface, member,
-                                            arguments ? g_variant_new_parsed(arguments) : nullptr,
-                                            nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error);
+                                            arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
+                                            nullptr, error);
             g_dbus_connection_close_sync(c, nullptr, nullptr);
             return reply;
         });
     }
     // The D-Bus error code of a call, or -1 when it succeeded.
     static int rawCallError(const char* member, const char* arguments) {
+        return variantCallError(member, arguments ? g_variant_new_parsed(arguments) : nullptr);
+    }
+    static int variantCallError(const char* member, GVariant* arguments) {
         g_autoptr(GError) error = nullptr;
-        g_autoptr(GVariant) reply = rawCall(kKoradInterface, member, arguments, &error);
+        g_autoptr(GVariant) reply = variantCall(kKoradInterface, member, arguments, &error);
         (void)reply;
         return error && error->domain == G_DBUS_ERROR ? error->code : -1;
+    }
+    // The same with every argument a nullable string.
+    static int callError(const char* member, const std::vector<OptionalString>& texts) {
+        std::vector<GVariant*> elements;
+        for (const OptionalString& text : texts) elements.push_back(nullableStringVariant(text));
+        return variantCallError(member, g_variant_new_tuple(elements.data(), elements.size()));
+    }
+
+    // A real controller's settings, on a registry file in a private folder.
+    KoraControllerSettings realControllerSettings() const {
+        return {registryFolder_.path() / "com.olvara.korad.plist",
+                registryFolder_.path() / "Preferences",
+                std::make_shared<LiveWorkspace>(registryFolder_.path()), std::chrono::hours(1)};
+    }
+    // Serves another controller in place of the recording one.
+    void serve(VendedController& controller) {
+        vending_.reset();
+        vending_ = std::make_unique<DBusVending>(server_, controller);
     }
 
     static inline GTestDBus* bus_ = nullptr;
     GDBusConnection* server_ = nullptr;
     RecordingController controller_;
     std::unique_ptr<DBusVending> vending_;
+    TempDir registryFolder_;
 };
+
+const char* const kRegisterClient =
+    "registerClientWith_installationID_productID_appVersion_bundlePath_appBrand";
 
 TEST_F(DBusApi, EveryOperationReachesTheControllerWithPresentEmptyAndAbsentStrings) {
     const OptionalString no;
@@ -168,6 +202,106 @@ TEST_F(DBusApi, WrongArgumentTypesAreRefusedAndChangeNothing) {
     for (const std::string& text : {std::string("a\xff"), std::string("a\0b", 3)})
         EXPECT_THROW(served([&] { return KoraClient(address()).echo(text); }), KoraClientError);
     EXPECT_TRUE(controller_.calls.empty());
+}
+
+// Each cap at its boundary: the cap passes, one byte more is refused before
+// the controller is called. Stored arguments carry only what XML 1.0 can.
+TEST_F(DBusApi, StringArgumentsAreCappedAndStoredOnesHoldOnlyXmlCharacters) {
+    const std::string id(kMaxIdentifierBytes, 'i'), path(kMaxPathBytes, 'p');
+    const std::string echo(kMaxEchoBytes, 'e');
+    const std::string nonCharacter = "a\xEF\xBF\xBE", control = "a\x01";
+    const char* update = "updateClient_withBundePath_andVersion";
+    const char* registerApplication =
+        "registerApplicationWithIdentifier_usingIccid_imsi_wlanMac_mobileMac_software_"
+        "previousVersion_appBrand_bundlePath";
+    const int invalid = G_DBUS_ERROR_INVALID_ARGS, ok = -1;
+    const struct {
+        const char* member;
+        std::vector<OptionalString> arguments;
+        int expected;
+    } rows[] = {
+        {kRegisterClient, {id, id, id, id, path, id}, ok},
+        {kRegisterClient, {id + "i", "I", "P", "1", "/A.app", "B"}, invalid},
+        {kRegisterClient, {"com.a", "I", "P", "1", "/A.app", id + "b"}, invalid},
+        {kRegisterClient, {"com.a", "I", "P", "1", path + "p", "B"}, invalid},
+        {kRegisterClient, {"com.a", "I", "P", "1", "/A.app", nonCharacter}, invalid},
+        {kRegisterClient, {"com.a", "I", "P", "1", "/A\t\xF4\x8F\xBF\xBF.app", "B"}, ok},
+        {update, {"com.a", path, id}, ok},
+        {update, {"com.a", "/A.app", id + "v"}, invalid},
+        {update, {"com.a", control, "1"}, invalid},
+        {registerApplication, {id, id, id, id, id, id, id, id, path}, ok},
+        {registerApplication, {"i", id + "c", "", "", "", "", "", "", ""}, invalid},
+        {registerApplication, {"i", "", "", "", "", "", "", "", path + "p"}, invalid},
+        {"uninstall", {nonCharacter}, invalid},
+        {"echo", {echo}, ok},
+        {"echo", {echo + "e"}, invalid},
+        {"echo", {nonCharacter + control}, ok},  // logged and answered, never stored
+    };
+    std::size_t accepted = 0;
+    for (const auto& row : rows) {
+        EXPECT_EQ(callError(row.member, row.arguments), row.expected)
+            << row.member << " " << show(row.arguments[0]).substr(0, 20);
+        accepted += row.expected == ok;
+    }
+    EXPECT_EQ(controller_.calls.size(), accepted) << "a refused call reached the controller";
+}
+
+// A real controller and registry behind the bus. Clients may send anything;
+// whatever they send, the registry stays one that the next start can read.
+TEST_F(DBusApi, RegistrationsSurviveARestartWhateverClientsSent) {
+    const KoraControllerSettings settings = realControllerSettings();
+    const std::string huge(16 * 1024 * 1024, 'h');
+    {
+        KoraController controller(settings);
+        serve(controller);
+        EXPECT_EQ(callError(kRegisterClient, {"com.kept", "I", "P", "1.0", "/Kept.app", "B"}), -1);
+        EXPECT_EQ(callError(kRegisterClient, {"com.path", "I", "P", "1.0", huge, "B"}),
+                  G_DBUS_ERROR_INVALID_ARGS);
+        EXPECT_EQ(callError(kRegisterClient, {huge, "I", "P", "1.0", "/Huge.app", "B"}),
+                  G_DBUS_ERROR_INVALID_ARGS);
+        vending_.reset();
+    }
+    KoraController restarted(settings);
+    const auto application = restarted.db().registeredApplicationForIdentifier("com.kept");
+    ASSERT_NE(application, nullptr);
+    EXPECT_EQ(application->bundlePath(), "/Kept.app");
+    EXPECT_EQ(restarted.db().registeredApplications().size(), 1u);
+}
+
+// At the real cap: the padding makes the file exactly kPlistMaxBytes once
+// com.small is registered. A larger registration is refused with
+// LimitsExceeded and leaves memory and file as they were; the exact fit is
+// written and read back at the next start.
+TEST_F(DBusApi, ARegistryAtItsSizeCapTakesNoChangeThatWouldPassIt) {
+    const KoraControllerSettings settings = realControllerSettings();
+    const auto& file = settings.configPath;
+    const auto writePadding = [&](std::size_t bytes) {
+        PlistDictionary root;
+        root.set("Padding", std::string(bytes, 'x'));
+        ASSERT_TRUE(writePropertyList(root, file));
+    };
+    const std::vector<OptionalString> small = {"com.small", "I", "P", "1.0", "/Small.app", "B"};
+    writePadding(1);  // an empty string may be written in a shorter form
+    {
+        KoraDB measure(file, *settings.workspace, settings.preferencesFolder);
+        measure.addApplicationWithIdentifier(*small[0], small[1], small[2], small[3], small[4],
+                                             small[5]);
+    }
+    writePadding(1 + kPlistMaxBytes - std::filesystem::file_size(file));
+    const auto paddedOnly = std::filesystem::file_size(file);
+    {
+        KoraController controller(settings);
+        serve(controller);
+        EXPECT_EQ(callError(kRegisterClient, {"com.larger", "I", "P", "1.0", "/Larger.app", "B"}),
+                  G_DBUS_ERROR_LIMITS_EXCEEDED);
+        EXPECT_EQ(controller.db().registeredApplicationForIdentifier("com.larger"), nullptr);
+        EXPECT_EQ(std::filesystem::file_size(file), paddedOnly);
+        EXPECT_EQ(callError(kRegisterClient, small), -1);
+        EXPECT_EQ(std::filesystem::file_size(file), kPlistMaxBytes);
+        vending_.reset();
+    }
+    KoraController restarted(settings);
+    EXPECT_NE(restarted.db().registeredApplicationForIdentifier("com.small"), nullptr);
 }
 
 TEST_F(DBusApi, AControllerFailureBecomesADBusErrorAndTheDaemonKeepsServing) {

@@ -3,6 +3,8 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "platform/input_limits.h"
 #include "platform/logging.h"
 #include "dates/stored_date.h"
@@ -27,10 +29,12 @@ class AController : public testing::Test {
     }
 
     std::filesystem::path file() const { return temp.path() / "com.olvara.korad.plist"; }
-    std::unique_ptr<KoraController> start(std::chrono::milliseconds tick = 1h) const {
+    std::unique_ptr<KoraController> start(std::chrono::milliseconds tick = 1h,
+                                          std::size_t registryMaxBytes = kPlistMaxBytes) const {
         return std::make_unique<KoraController>(KoraControllerSettings{
             file(), temp.path() / "Preferences",
-            std::make_shared<LiveWorkspace>(temp.path() / "Applications"), tick});
+            std::make_shared<LiveWorkspace>(temp.path() / "Applications"), tick,
+            registryMaxBytes});
     }
     // A registry file holding only these root keys.
     void writeRegistry(const std::vector<PlistDictionary::Entry>& entries) const {
@@ -64,6 +68,29 @@ TEST_F(AController, RegistersWithPresentAndAbsentStringsAndAlwaysAnswersTrue) {
     EXPECT_TRUE(controller->uninstall("com.a"));
     EXPECT_TRUE(controller->uninstall(std::nullopt));
     EXPECT_EQ(applications().size(), 1u);
+}
+
+// The registry cap is lowered to what one registration takes, so the test
+// need not write 16 MiB.
+TEST_F(AController, AnswersFalseAndUndoesAChangeTheRegistryCannotHold) {
+    start()->registerClientWith("com.a", "I", "P", "1.0", "/A.app", "B");
+    auto controller = start(1h, std::filesystem::file_size(file()));
+    lines.clear();
+
+    const auto application = controller->db().registeredApplicationForIdentifier("com.a");
+    EXPECT_FALSE(controller->updateClient("com.a", "/A much longer path.app", "1.1"));
+    EXPECT_FALSE(controller->registerClientWith("com.a", "I", "P", "1.0", "/A.app", "Longer"));
+    EXPECT_EQ(controller->db().registeredApplicationForIdentifier("com.a"), application);
+    EXPECT_EQ(std::tuple(application->bundlePath(), application->lastKnownVersion(),
+                         application->brand()),
+              std::tuple("/A.app", "1.0", "B"));
+    EXPECT_FALSE(controller->registerClientWith("com.b", "I", "P", "1.0", "/B.app", "B"));
+    EXPECT_FALSE(controller->updateClient("com.c", "/C.app", "1.0"));
+    EXPECT_TRUE(controller->updateClient("com.a", "/B.app", "2.0"));  // same size: fits
+    EXPECT_EQ(application->bundlePath(), "/B.app");
+    EXPECT_EQ(controller->db().registeredApplications().size(), 1u);
+    EXPECT_EQ(applications().size(), 1u);
+    EXPECT_EQ(lines.size(), 4u) << "one line per refused change";
 }
 
 TEST_F(AController, LogsEveryEchoAndEveryRoamingChangeEvenWhenUnchanged) {

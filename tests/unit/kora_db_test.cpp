@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <array>
 #include <fstream>
+#include <sstream>
 #include <tuple>
 
+#include "platform/logging.h"
 #include "support/nested_plist.h"
 #include "support/temp_dir.h"
 
@@ -31,9 +35,23 @@ void write(const fs::path& path, const Entries& entries) {
     writePropertyList(dictionaryOf(entries), path);
 }
 
+std::string fileText(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
 class ARegistry : public testing::Test {
   protected:
-    auto open() const { return std::make_unique<KoraDB>(file, workspace, preferences); }
+    ARegistry() {
+        setLogSink([this](LogChannel, int, const std::string& text) { lines.push_back(text); });
+    }
+    ~ARegistry() override { setLogSink({}); }
+
+    auto open(std::size_t maxFileBytes = kPlistMaxBytes) const {
+        return std::make_unique<KoraDB>(file, workspace, preferences, maxFileBytes);
+    }
     PlistDictionary onDisk() const { return readPropertyListDictionary(file).value(); }
     fs::path makeBundle(const fs::path& relative, const std::string& identifier,
                         const std::string& version = "1") const {
@@ -47,6 +65,7 @@ class ARegistry : public testing::Test {
     const fs::path preferences = temp.path() / "Preferences";
     const fs::path applications = temp.path() / "Applications";
     LiveWorkspace workspace{applications};
+    std::vector<std::string> lines;
 };
 
 TEST_F(ARegistry, ReadsBackWhatAnotherRegistryWrote) {
@@ -98,13 +117,94 @@ TEST_F(ARegistry, KeepsFinishedUpdatesInMemoryButLeavesThemOutOfTheFile) {
     EXPECT_NE(stored.find("com.half"), nullptr);
 }
 
-TEST_F(ARegistry, LoadsNothingFromACorruptFileAndThenReplacesIt) {
-    std::ofstream(file) << "<?xml version=\"1.0\"?><plist><dict><key>KoraDB</key>";
+// Nothing is loaded and the next write replaces the file, but only once the
+// unreadable file is kept aside, replacing an older one kept there.
+TEST_F(ARegistry, LoadsNothingFromACorruptFileAndKeepsItAsideBeforeReplacingIt) {
+    const std::string corrupt = "<?xml version=\"1.0\"?><plist><dict><key>KoraDB</key>";
+    const fs::path aside = file.string() + ".unreadable";
+    std::ofstream(aside) << "older";
+    std::ofstream(file) << corrupt;
     auto db = open();
     EXPECT_TRUE(db->registeredApplications().empty());
+    EXPECT_EQ(fileText(file), corrupt) << "the file changed before any write";
     db->updateInfoForUpdateWithIdentifier("com.a", updateOf({}));
     EXPECT_EQ(onDisk().size(), 1u);
     EXPECT_NE(onDisk().dictionary("UpdateDB"), nullptr);
+    EXPECT_EQ(fileText(aside), corrupt);
+
+    // A missing or readable file has nothing to keep aside.
+    fs::remove(aside);
+    db->syncDB();
+    fs::remove(file);
+    db->syncDB();
+    EXPECT_FALSE(fs::exists(aside));
+}
+
+// The cap is lowered so the test need not write 16 MiB. Memory keeps what was
+// not written; a client's change is put back by the controller.
+TEST_F(ARegistry, NeverWritesAFileLargerThanItsCapAndSaysSoOnce) {
+    write(file, {{"LastKoraCheckDate", "kept"}});
+    auto measure = open();
+    measure->addApplicationWithIdentifier("com.a", "I", "P", "1.0", "/A.app", "B");
+    ASSERT_EQ(measure->syncDB(), RegistryWrite::Written);
+    measure.reset();
+    const std::size_t size = fs::file_size(file);
+    fs::remove(file);
+
+    for (const std::size_t cap : {size, size - 1}) {
+        write(file, {{"LastKoraCheckDate", "kept"}});
+        const std::string before = fileText(file);
+        lines.clear();
+        auto db = open(cap);
+        db->addApplicationWithIdentifier("com.a", "I", "P", "1.0", "/A.app", "B");
+        const RegistryWrite outcome = db->syncDB();
+        if (cap == size) {
+            EXPECT_EQ(outcome, RegistryWrite::Written);
+            EXPECT_EQ(fs::file_size(file), size);
+            continue;
+        }
+        EXPECT_EQ(outcome, RegistryWrite::TooLarge);
+        const auto update = updateOf({{"versionTo", std::string(size, '2')}});
+        EXPECT_EQ(db->updateInfoForUpdateWithIdentifier("com.a", update), RegistryWrite::TooLarge);
+        EXPECT_EQ(fileText(file), before);
+        EXPECT_NE(db->registeredApplicationForIdentifier("com.a"), nullptr);
+        EXPECT_NE(db->getUpdateInfoForIdentifier("com.a"), nullptr);
+        ASSERT_EQ(lines.size(), 2u) << "one line per skipped write";
+        EXPECT_NE(lines[0].find("not written"), std::string::npos) << lines[0];
+        db->removeApplicationWithIdentifier("com.a");  // nothing left to write at the end
+    }
+}
+
+TEST_F(ARegistry, SaysOnceWhyItCannotWriteAndWritesAgainWhenItCan) {
+    fs::create_directory(file);
+    auto db = open();
+    EXPECT_EQ(db->syncDB(), RegistryWrite::Failed);
+    EXPECT_EQ(db->syncDB(), RegistryWrite::Failed);
+    ASSERT_EQ(lines.size(), 2u);  // the start's line, then one for the writes
+    EXPECT_NE(lines[1].find("Cannot write the registry"), std::string::npos) << lines[1];
+    EXPECT_NE(lines[1].find("Is a directory"), std::string::npos) << lines[1];
+    fs::remove(file);
+    EXPECT_EQ(db->syncDB(), RegistryWrite::Written);
+}
+
+// A write killed between creating its temporary file and renaming it leaves
+// ".com.olvara.korad.plist.XXXXXX" behind; nothing else is touched.
+TEST_F(ARegistry, RemovesTheTemporariesOfKilledWritesAtStart) {
+    fs::create_directories(temp.path() / ".com.olvara.korad.plist.dir123");
+    const std::vector<std::string> leftovers = {".com.olvara.korad.plist.a1B2c3",
+                                                ".com.olvara.korad.plist.ZZZZZZ"};
+    const std::vector<std::string> others = {".com.olvara.korad.plist.1234567",
+                                             ".com.olvara.korad.plist.ab-123", ".other.plist.abcdef",
+                                             "com.olvara.korad.plist.abcdef"};
+    for (const auto& name : leftovers) std::ofstream(temp.path() / name) << "<?xml";
+    for (const auto& name : others) std::ofstream(temp.path() / name) << "keep";
+    fs::create_symlink(temp.path() / "target", temp.path() / ".com.olvara.korad.plist.link12");
+    std::ofstream(temp.path() / "target") << "keep";
+    open();
+    for (const auto& name : leftovers) EXPECT_FALSE(fs::exists(temp.path() / name)) << name;
+    for (const auto& name : others) EXPECT_TRUE(fs::exists(temp.path() / name)) << name;
+    EXPECT_TRUE(fs::exists(temp.path() / ".com.olvara.korad.plist.dir123"));
+    EXPECT_TRUE(fs::is_symlink(temp.path() / ".com.olvara.korad.plist.link12"));
 }
 
 TEST_F(ARegistry, TakesEachIdentityValueFromThePreferenceFileOnlyWhenFirstSeen) {

@@ -1,6 +1,7 @@
 #include "platform/property_list.h"
 
 #include <gtest/gtest.h>
+#include <libxml/parser.h>
 #include <plist/plist.h>
 #include <sys/stat.h>
 
@@ -119,15 +120,54 @@ TEST(APropertyList, FailsToWriteIntoAMissingFolderWithoutLeavingAnything) {
     EXPECT_FALSE(writePropertyList(PlistValue("x"), dir.path() / "missing" / "a.plist"));
 }
 
-TEST(APropertyList, WritesControlCharactersAndBadUtf8SoTheFileStaysReadable) {
+// Other XML readers must accept the file too: U+FFFE, U+FFFF, NUL and the
+// like are as unfit as bad UTF-8. Each becomes U+FFFD.
+TEST(APropertyList, WritesOnlyCharactersXmlCanCarrySoEveryReaderAcceptsTheFile) {
     TempDir dir;
     const auto path = dir.path() / "odd.plist";
     PlistDictionary root;
-    root.set("bell\x07", std::string("a\x01" "b\xff" "c\td"));
+    const char odd[] = "a\x01" "b\xff" "c\td\xEF\xBF\xBE" "e\xEF\xBF\xBF" "f\0g";
+    root.set("bell\x07", std::string(odd, sizeof odd - 1));
     ASSERT_TRUE(writePropertyList(root, path));
     const std::optional<PlistDictionary> back = readPropertyListDictionary(path);
     ASSERT_TRUE(back);
-    EXPECT_EQ(back->string("bell\xEF\xBF\xBD"), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD" "c\td");
+    const char* r = "\xEF\xBF\xBD";
+    EXPECT_EQ(back->string(std::string("bell") + r),
+              std::string("a") + r + "b" + r + "c\td" + r + "e" + r + "f" + r + "g");
+    const std::string xml = fileText(path);
+    xmlDocPtr strict = xmlReadMemory(xml.data(), static_cast<int>(xml.size()), nullptr, nullptr,
+                                     XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+    EXPECT_NE(strict, nullptr) << "libxml2 refused the file";
+    xmlFreeDoc(strict);
+}
+
+TEST(AnXmlText, IsValidUtf8OfCharactersXml10CanCarry) {
+    const std::pair<std::string, bool> rows[] = {
+        {"", true}, {"\t\n\r plain", true}, {"\x1f", false}, {std::string("\0", 1), false},
+        {"\xED\x9F\xBF", true},   // U+D7FF
+        {"\xED\xA0\x80", false},  // U+D800, a surrogate: not UTF-8 either
+        {"\xEE\x80\x80", true},   // U+E000
+        {"\xEF\xBF\xBD", true},   // U+FFFD
+        {"\xEF\xBF\xBE", false},  // U+FFFE
+        {"\xEF\xBF\xBF", false},  // U+FFFF
+        {"\xF0\x90\x80\x80", true},  // U+10000
+        {"\xF4\x8F\xBF\xBF", true},  // U+10FFFF
+        {"\xF4\x90\x80\x80", false}, // past U+10FFFF
+        {"\xC3", false}, {"\xff", false},
+    };
+    for (const auto& [text, expected] : rows) EXPECT_EQ(isXmlText(text), expected) << text;
+}
+
+// A link to /dev/zero once lent the registry its mode 0666.
+TEST(APropertyList, ReplacesASymbolicLinkByARegularFileWithMode0644) {
+    TempDir dir;
+    const auto path = dir.path() / "link.plist";
+    std::filesystem::create_symlink("/dev/zero", path);
+    ASSERT_TRUE(writePropertyList(PlistValue("new"), path));
+    struct stat info {};
+    ASSERT_EQ(::lstat(path.c_str(), &info), 0);
+    EXPECT_TRUE(S_ISREG(info.st_mode));
+    EXPECT_EQ(info.st_mode & 07777, 0644u);
 }
 
 TEST(APropertyList, GivesNoValueForUnreadableInput) {
