@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/logging.h"
+#include "services/http_exchange.h"
 #include "services/kora.h"
 #include "services/soap_binding.h"
 #include "services/stored_date.h"
@@ -158,7 +159,13 @@ void KoraController::installationDidFinishFor(const std::shared_ptr<KoraUpdate>&
     db_->syncDB();
 }
 
+void KoraController::beginShutdown() {
+    shuttingDown_ = true;
+    HttpExchange::cancelAll();
+}
+
 void KoraController::checkSequence() {
+    if (shuttingDown_) return;
     const Date lastHourlyStep = lastUpdate();
     if (now() - lastHourlyStep > kHourlyThreshold) runHourlyStep();
     // Driving the updates in progress (start or stop a download, start an
