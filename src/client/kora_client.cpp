@@ -90,7 +90,8 @@ GVariant* KoraClient::call(const char* member, GVariant* arguments, const char* 
     g_autoptr(GError) error = nullptr;
     GVariant* reply = g_dbus_connection_call_sync(
         connection_.get(), kKoradBusName, kKoradObjectPath, kKoradInterface, member, arguments,
-        G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+        G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NONE,
+        static_cast<gint>(kCallReplyTimeout.count()), nullptr, &error);
     if (reply == nullptr) throw KoraClientError(describeCallError(member, error));
     return reply;
 }

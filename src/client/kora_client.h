@@ -2,6 +2,7 @@
 
 #include <gio/gio.h>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -20,12 +21,19 @@ class KoraClientError : public std::runtime_error {
 // com.olvara.Korad on the system bus. An absent string (std::nullopt) differs
 // from an empty one and travels as such.
 //
-// Calls block until the daemon answers (at most the bus's default 25 s), so do
-// not call from a thread that must itself turn the daemon's main loop. Every
+// Calls block until the daemon answers (at most kCallReplyTimeout), so do not
+// call from a thread that must itself turn the daemon's main loop. Every
 // method throws KoraClientError when the call fails.
 class KoraClient {
   public:
     using OptionalString = std::optional<std::string>;
+
+    // How long a call waits for its answer. A call that makes the daemon
+    // notify the update service (uninstall) may take up to the exchange
+    // deadline of 60 s, and one that arrives while the daemon waits so is
+    // served in that wait, which cannot end before the inner call has: twice
+    // the deadline covers both. The bus's default of 25 s covers neither.
+    static constexpr std::chrono::milliseconds kCallReplyTimeout = std::chrono::seconds(120);
 
     // Connects to the bus at `busAddress`, or to the system bus (the one
     // DBUS_SYSTEM_BUS_ADDRESS names, if set) when none is given.

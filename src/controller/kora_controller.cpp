@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/logging.h"
+#include "platform/http_exchange.h"
 #include "soap/kora.h"
 #include "soap/soap_binding.h"
 #include "dates/stored_date.h"
@@ -170,7 +171,13 @@ void KoraController::installationDidFinishFor(const std::shared_ptr<KoraUpdate>&
     db_->syncDB();
 }
 
+void KoraController::beginShutdown() {
+    shuttingDown_ = true;
+    HttpExchange::cancelAll();
+}
+
 void KoraController::checkSequence() {
+    if (shuttingDown_) return;
     const Date lastHourlyStep = lastUpdate();
     if (now() - lastHourlyStep > kHourlyThreshold) runHourlyStep();
     // Driving the updates in progress (start or stop a download, start an

@@ -57,6 +57,15 @@ class KoraController : public VendedController, public KoraUpdateDelegate {
     // One timer tick.
     void checkSequence();
 
+    // SIGTERM: every service exchange in flight ends at once as cancelled and
+    // every later one fails without being sent, so whatever waits on the
+    // service returns and the main loop can quit. From then on
+    // shuttingDown() is true. A check for updates whose exchanges were cut
+    // short this way has not completed: it must look at shuttingDown() and
+    // then leave "LastKoraCheckDate" as it was, so the next start checks again.
+    void beginShutdown();
+    bool shuttingDown() const { return shuttingDown_; }
+
     // When the last check for updates finished, and when the hourly step last
     // ran; the epoch when it has not happened yet.
     Date dateSinceLastCheck() const;
@@ -79,6 +88,7 @@ class KoraController : public VendedController, public KoraUpdateDelegate {
     mutable std::mutex mainThreadLock_;
     std::filesystem::path configPath_;
     bool isModemRoaming_ = false;
+    bool shuttingDown_ = false;
     std::shared_ptr<const Workspace> workspace_;  // outlives db_
     std::unique_ptr<KoraDB> db_;
 };

@@ -23,13 +23,19 @@ namespace {
 // What the main loop's callbacks share with the entry.
 struct RunState {
     GMainLoop* loop = nullptr;
+    kora::KoraController* controller = nullptr;
     bool ownsName = false;
     bool nameRefused = false;
     int exitStatus = 0;
 };
 
+// The signal may come while a client call waits on the update service in a
+// nested turn of the loop: ending every exchange lets that call answer, so the
+// loop really quits instead of waiting for a service that may never finish.
 gboolean quitOnSignal(gpointer data) {
-    g_main_loop_quit(static_cast<RunState*>(data)->loop);
+    auto* state = static_cast<RunState*>(data);
+    if (state->controller != nullptr) state->controller->beginShutdown();
+    g_main_loop_quit(state->loop);
     return G_SOURCE_CONTINUE;
 }
 
@@ -69,6 +75,7 @@ int serve(GDBusConnection* bus, int argc) {
     kora::logInfo("KORA update was a success");
     kora::logInfo("Will alloc helper object");
     auto controller = std::make_unique<kora::KoraController>();
+    state.controller = controller.get();
     kora::logInfo("Created object with address: %" PRIxPTR,
                   reinterpret_cast<std::uintptr_t>(controller.get()));
 
@@ -89,6 +96,7 @@ int serve(GDBusConnection* bus, int argc) {
     }
     g_bus_unown_name(ownerId);
     vending.reset();
+    state.controller = nullptr;
     controller.reset();  // writes the registry
     g_source_remove(termSource);
     g_source_remove(intSource);

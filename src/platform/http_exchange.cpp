@@ -4,7 +4,9 @@
 #include <libsoup/soup.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <cstring>
+#include <unordered_set>
 
 #include "platform/logging.h"
 
@@ -36,6 +38,9 @@ struct GBytesUnref {
     void operator()(GBytes* bytes) const { g_bytes_unref(bytes); }
 };
 using BytesPtr = std::unique_ptr<GBytes, GBytesUnref>;
+
+// Set by cancelAll, never cleared: the process is shutting down.
+bool allExchangesCancelled = false;
 
 ServiceError errorFrom(const GError* error) {
     return ServiceError{g_quark_to_string(error->domain), error->code, error->message};
@@ -105,17 +110,31 @@ HttpReplyHead replyHead(SoupMessage* message) {
 // connection is ever held by a body nobody reads (which deadlocked nested
 // exchanges), and unlike it, reading stops at the delegate's size cap instead
 // of growing a buffer for as long as the server keeps sending.
+class SoupExchange;
+
+// Every exchange that exists, so that cancelAll can reach those in flight.
+std::unordered_set<SoupExchange*>& allExchanges() {
+    static auto* const exchanges = new std::unordered_set<SoupExchange*>;
+    return *exchanges;
+}
+
 class SoupExchange final : public HttpExchange, public std::enable_shared_from_this<SoupExchange> {
   public:
     explicit SoupExchange(std::shared_ptr<HttpExchangeDelegate> delegate)
-        : delegate_(std::move(delegate)) {}
+        : delegate_(std::move(delegate)) {
+        allExchanges().insert(this);
+    }
 
     ~SoupExchange() override {
+        allExchanges().erase(this);
+        cancelDeadline();
         if (message_) g_signal_handlers_disconnect_by_data(message_.get(), this);
     }
 
     void begin(const HttpRequest& request);
     void detach() override { delegate_.reset(); }
+    // Ends the exchange now, telling the delegate (if still attached) `error`.
+    void end(const ServiceError& error) { fail(error); }
 
   private:
     // Each pending libsoup call holds the exchange, so a callback never finds
@@ -131,6 +150,8 @@ class SoupExchange final : public HttpExchange, public std::enable_shared_from_t
     template <typename Tell>
     void tellThenReadOn(const char* exceptionText, Tell tell);
     void readNextChunk();
+    void startDeadline(std::chrono::milliseconds deadline);
+    void cancelDeadline();
     void stopReading();
     void fail(const ServiceError& error);
     void finish();
@@ -138,17 +159,21 @@ class SoupExchange final : public HttpExchange, public std::enable_shared_from_t
     static gboolean onAuthenticate(SoupMessage*, SoupAuth* auth, gboolean retrying, gpointer data);
     static void onSent(GObject* source, GAsyncResult* result, gpointer data);
     static void onChunk(GObject* source, GAsyncResult* result, gpointer data);
+    static gboolean onDeadline(gpointer data);
     void sent(GAsyncResult* result);
-    void chunkRead(GAsyncResult* result);
+    void chunkRead(GInputStream* stream, GAsyncResult* result);
 
     std::shared_ptr<HttpExchangeDelegate> delegate_;
     ObjectPtr<SoupSession> session_;
     ObjectPtr<SoupMessage> message_;
     ObjectPtr<GInputStream> body_;
     std::optional<ServiceError> pendingError_;
+    guint deadlineSource_ = 0;
+    bool aborted_ = false;
 };
 
 void SoupExchange::begin(const HttpRequest& request) {
+    if (allExchangesCancelled) return failLater(exchangeCancelledError());
     UriPtr uri;
     if (const auto problem = checkedHttpUri(request.url, uri)) {
         failLater(
@@ -163,6 +188,30 @@ void SoupExchange::begin(const HttpRequest& request) {
     g_signal_connect(message_.get(), "authenticate", G_CALLBACK(onAuthenticate), this);
     soup_session_send_async(session_.get(), message_.get(), G_PRIORITY_DEFAULT, nullptr, onSent,
                             hold());
+    startDeadline(request.deadline);
+}
+
+// libsoup's time-out measures only inactivity: a reply that trickles in
+// would hold the exchange for ever without this timer.
+void SoupExchange::startDeadline(std::chrono::milliseconds deadline) {
+    if (deadline.count() <= 0) return;
+    const auto milliseconds = std::min<std::chrono::milliseconds::rep>(deadline.count(), G_MAXUINT);
+    deadlineSource_ =
+        g_timeout_add_full(G_PRIORITY_DEFAULT, static_cast<guint>(milliseconds), onDeadline, this,
+                           nullptr);
+}
+
+gboolean SoupExchange::onDeadline(gpointer data) {
+    auto* self = static_cast<SoupExchange*>(data);
+    self->deadlineSource_ = 0;
+    const Holder keep = self->shared_from_this();
+    self->fail(exchangeTimedOutError());
+    return G_SOURCE_REMOVE;
+}
+
+void SoupExchange::cancelDeadline() {
+    if (deadlineSource_ != 0) g_source_remove(deadlineSource_);
+    deadlineSource_ = 0;
 }
 
 bool SoupExchange::buildMessage(const HttpRequest& request, GUri* uri) {
@@ -263,14 +312,16 @@ void SoupExchange::readNextChunk() {
                                     onChunk, hold());
 }
 
-void SoupExchange::onChunk(GObject*, GAsyncResult* result, gpointer data) {
+// The stream comes from the read itself: an exchange ended meanwhile (its
+// deadline, cancelAll) has already let go of body_.
+void SoupExchange::onChunk(GObject* source, GAsyncResult* result, gpointer data) {
     const std::unique_ptr<Holder> self(static_cast<Holder*>(data));
-    (*self)->chunkRead(result);
+    (*self)->chunkRead(G_INPUT_STREAM(source), result);
 }
 
-void SoupExchange::chunkRead(GAsyncResult* result) {
+void SoupExchange::chunkRead(GInputStream* stream, GAsyncResult* result) {
     GError* raw = nullptr;
-    const BytesPtr bytes(g_input_stream_read_bytes_finish(body_.get(), result, &raw));
+    const BytesPtr bytes(g_input_stream_read_bytes_finish(stream, result, &raw));
     const ErrorPtr error(raw);
     if (!delegate_) return stopReading();
     if (error) return fail(errorFrom(error.get()));
@@ -283,9 +334,15 @@ void SoupExchange::chunkRead(GAsyncResult* result) {
 }
 
 // Closing a body stream that was not read to its end would read the rest
-// first (blocking); aborting the session drops the connection instead.
+// first (blocking); aborting the session drops the connection instead, and
+// also ends a request still waiting for its reply head. Aborting may report
+// the pending reads at once, which land here again: once is enough.
 void SoupExchange::stopReading() {
-    if (body_ && !g_input_stream_is_closed(body_.get())) soup_session_abort(session_.get());
+    cancelDeadline();
+    if (session_ && !aborted_) {
+        aborted_ = true;
+        soup_session_abort(session_.get());
+    }
     body_.reset();
 }
 
@@ -302,6 +359,7 @@ void SoupExchange::fail(const ServiceError& error) {
 
 void SoupExchange::finish() {
     const std::shared_ptr<HttpExchangeDelegate> delegate = std::move(delegate_);
+    cancelDeadline();
     body_.reset();
     try {
         delegate->connectionDidFinishLoading();
@@ -317,6 +375,31 @@ std::shared_ptr<HttpExchange> HttpExchange::start(const HttpRequest& request,
     auto exchange = std::make_shared<SoupExchange>(std::move(delegate));
     exchange->begin(request);
     return exchange;
+}
+
+void HttpExchange::cancelAll() {
+    allExchangesCancelled = true;
+    // Ending one exchange can start or free others: work on a held copy.
+    std::vector<std::shared_ptr<SoupExchange>> live;
+    for (SoupExchange* exchange : allExchanges()) {
+        if (auto held = exchange->weak_from_this().lock()) live.push_back(std::move(held));
+    }
+    for (const auto& exchange : live) exchange->end(exchangeCancelledError());
+}
+
+bool HttpExchange::allCancelled() {
+    return allExchangesCancelled;
+}
+
+// GLib's own texts, translated as GLib translates them.
+ServiceError exchangeCancelledError() {
+    return ServiceError{g_quark_to_string(G_IO_ERROR), G_IO_ERROR_CANCELLED,
+                        g_dgettext("glib20", "Operation was cancelled")};
+}
+
+ServiceError exchangeTimedOutError() {
+    return ServiceError{g_quark_to_string(G_IO_ERROR), G_IO_ERROR_TIMED_OUT,
+                        g_dgettext("glib20", "Socket I/O timed out")};
 }
 
 std::optional<std::string> hostOfUrl(const std::string& url) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/input_limits.h"
 #include "platform/service_error.h"
 
 namespace kora {
@@ -34,7 +36,10 @@ struct HttpRequest {
     // body is attached: libsoup writes that header itself, from the body.
     HttpHeaders headers;
     std::string body;
-    unsigned timeoutSeconds = 0;  // 0: no time-out
+    unsigned timeoutSeconds = 0;  // inactivity time-out; 0: none
+    // The whole exchange ends as timed out after this long, however steadily
+    // the reply comes in; 0: no deadline.
+    std::chrono::milliseconds deadline = kExchangeDeadline;
 };
 
 struct HttpReplyHead {
@@ -79,7 +84,21 @@ class HttpExchange {
     // The delegate hears nothing more; network work still under way ends on
     // its own and is dropped.
     virtual void detach() = 0;
+
+    // For the daemon's shutdown: every exchange in flight ends at once with
+    // the cancelled error, and so does every one started afterwards (its
+    // delegate hears so from the main loop), so nothing waiting on the
+    // service can hold the process. There is no way back.
+    static void cancelAll();
+    static bool allCancelled();
 };
+
+// What an exchange ended by cancelAll reports.
+ServiceError exchangeCancelledError();
+
+// What an exchange that ran past its deadline reports: the very error that
+// libsoup gives when the inactivity time-out ends it.
+ServiceError exchangeTimedOutError();
 
 // The host part of an HTTP or HTTPS URL, without port; none for anything else.
 std::optional<std::string> hostOfUrl(const std::string& url);

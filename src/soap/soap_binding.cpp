@@ -123,6 +123,7 @@ void SoapBinding::sendHTTPCallUsingBody(const std::string& body, std::string_vie
     request.headers = requestHeaders(body.size(), soapAction);
     request.body = body;
     request.timeoutSeconds = timeoutSeconds(defaultTimeout_);
+    request.deadline = exchangeDeadline_;
     if (logXMLInOut_) {
         logDiagnostic("OutputHeaders:\n%s",
                       loggableTrace(headerDescription(request.headers)).c_str());

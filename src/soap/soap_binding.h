@@ -1,11 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/input_limits.h"
 #include "platform/http_exchange.h"
 #include "messages/kora_messages.h"
 #include "soap/soap_binding_response.h"
@@ -43,6 +45,10 @@ class SoapBinding : public KORASoapBindingResponseDelegate,
     void setAddress(std::optional<std::string> address) { address_ = std::move(address); }
     double defaultTimeout() const { return defaultTimeout_; }
     void setDefaultTimeout(double seconds) { defaultTimeout_ = seconds; }
+    // However steadily a reply comes in, an exchange ends as timed out after
+    // this long (the time-out above measures only inactivity); 0: never.
+    std::chrono::milliseconds exchangeDeadline() const { return exchangeDeadline_; }
+    void setExchangeDeadline(std::chrono::milliseconds deadline) { exchangeDeadline_ = deadline; }
     const std::optional<std::vector<HttpCookie>>& cookies() const { return cookies_; }
     void setCookies(std::optional<std::vector<HttpCookie>> cookies) {
         cookies_ = std::move(cookies);
@@ -113,6 +119,7 @@ class SoapBinding : public KORASoapBindingResponseDelegate,
     const BindingKind& kind_;
     std::optional<std::string> address_;
     double defaultTimeout_;
+    std::chrono::milliseconds exchangeDeadline_ = kExchangeDeadline;
     std::optional<std::vector<HttpCookie>> cookies_;
     bool logXMLInOut_ = false;
     bool synchronousOperationComplete_ = false;

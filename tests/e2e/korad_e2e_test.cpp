@@ -3,16 +3,18 @@
 // A session is a shell script (helpers in session.sh) that leaves what it saw
 // in $OUT; the tests read it from there.
 
-#include <glib.h>
+#include <gio/gio.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 
+#include <chrono>
 #include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include "platform/input_limits.h"
+#include "support/loopback_soap_server.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -25,18 +27,42 @@ struct Outcome {
     std::string output;  // standard output and error together
 };
 
+// The default main context turns while the command runs, so a loopback
+// server of the test can answer what the session sends.
 Outcome run(const std::vector<std::string>& command) {
-    std::vector<char*> argv;
-    for (const auto& word : command) argv.push_back(const_cast<char*>(word.c_str()));
+    std::vector<const char*> argv;
+    for (const auto& word : command) argv.push_back(word.c_str());
     argv.push_back(nullptr);
-    g_autofree gchar* out = nullptr;
-    g_autofree gchar* err = nullptr;
-    int wait = 0;
     g_autoptr(GError) error = nullptr;
-    if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, &out,
-                      &err, &wait, &error))
-        return {-1, error->message};
-    return {WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, std::string(out) + err};
+    g_autoptr(GSubprocess) process = g_subprocess_newv(
+        argv.data(),
+        static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
+                                      G_SUBPROCESS_FLAGS_STDERR_MERGE),
+        &error);
+    if (!process) return {-1, error->message};
+    struct Ending {
+        bool done = false;
+        GBytes* output = nullptr;
+    } ending;
+    g_subprocess_communicate_async(
+        process, nullptr, nullptr,
+        [](GObject* source, GAsyncResult* result, gpointer data) {
+            auto* ending = static_cast<Ending*>(data);
+            g_subprocess_communicate_finish(G_SUBPROCESS(source), result, &ending->output,
+                                            nullptr, nullptr);
+            ending->done = true;
+        },
+        &ending);
+    while (!ending.done) g_main_context_iteration(nullptr, TRUE);
+    std::string output;
+    if (ending.output != nullptr) {
+        gsize size = 0;
+        const auto* data = static_cast<const char*>(g_bytes_get_data(ending.output, &size));
+        output.assign(data, size);
+        g_bytes_unref(ending.output);
+    }
+    const bool exited = g_subprocess_get_if_exited(process);
+    return {exited ? g_subprocess_get_exit_status(process) : -1, output};
 }
 
 class KoradInSandbox : public testing::Test {
@@ -133,6 +159,38 @@ TEST_F(KoradInSandbox, RefusesToStartClearlyWhenTheNameIsTakenOrThereIsNoBus) {
     EXPECT_NE(saved("busless").find("Cannot connect to the system bus"), std::string::npos)
         << saved("busless");
     EXPECT_EQ(saved("echo"), "still-here\n") << "the first instance stopped serving";
+}
+
+// A service whose reply never ends (a byte every 500 ms) holds the uninstall
+// notice; SIGTERM still ends korad at once, with its registry written.
+TEST_F(KoradInSandbox, SigtermEndsKoradWaitingOnATricklingServiceWithinTheGrace) {
+    testing_support::LoopbackSoapServer service;
+    service.answerAlways({.body = std::string(100000, ' '), .trickleMs = 500});
+    const Outcome outcome = session("export KORAD_SERVICE_ADDRESS=" + service.url() + R"(
+        mkdir -p /Applications/Dialer.app/Contents /Applications/Mail.app/Contents
+        start_korad
+        "$KORACTL" register com.example.Dialer INST-1 PROD-1 1.0 /Applications/Dialer.app Olvara
+        "$KORACTL" register com.example.Mail INST-2 PROD-2 1.0 /Applications/Mail.app Olvara
+        "$KORACTL" uninstall com.example.Dialer > "$OUT/uninstall" 2>&1 &
+        # The reply head is in: korad now waits on the trickle.
+        for _ in $(seq 200); do grep -q 'ResponseHeaders:' "$log" && break; sleep 0.1; done
+        start=$(date +%s%N)
+        stop_korad > "$OUT/status"
+        echo $(( ($(date +%s%N) - start) / 1000000 )) > "$OUT/stop-ms"
+        wait
+        cp "$log" "$OUT/log"
+        cp /Library/Preferences/com.olvara.korad.plist "$OUT/registry")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    const std::string log = saved("log");
+    ASSERT_NE(log.find("ResponseHeaders:"), std::string::npos) << log;
+    EXPECT_EQ(saved("status"), "0\n");
+    EXPECT_LT(std::stol(saved("stop-ms")),
+              std::chrono::milliseconds(kShutdownGrace).count());
+    EXPECT_NE(log.find("Operation was cancelled"), std::string::npos) << log;
+    EXPECT_TRUE(log.ends_with("daemon will exit\n")) << log;
+    const std::string registry = saved("registry");
+    EXPECT_EQ(registry.find("com.example.Dialer"), std::string::npos) << registry;
+    EXPECT_NE(registry.find("<key>com.example.Mail</key>"), std::string::npos) << registry;
 }
 
 }  // namespace

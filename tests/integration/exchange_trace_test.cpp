@@ -6,7 +6,7 @@
 
 #include "platform/input_limits.h"
 #include "platform/logging.h"
-#include "services/soap_binding.h"
+#include "soap/soap_binding.h"
 #include "support/loopback_soap_server.h"
 
 namespace kora {

@@ -1,12 +1,14 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "platform/logging.h"
+#include "platform/http_exchange.h"
 #include "soap/kora.h"
 #include "soap/service_settings.h"
 #include "soap/soap_binding.h"
@@ -145,6 +147,32 @@ TEST_F(SoapExchange, TransportFailuresArePassedOnUnchanged) {
         ASSERT_TRUE(response->error()) << address;
         EXPECT_EQ(response->error()->code, G_IO_ERROR_INVALID_ARGUMENT) << address;
     }
+}
+
+// libsoup's time-out measures only inactivity; the deadline ends a reply
+// that keeps trickling, with the same error. The daemon's deadline is
+// kExchangeDeadline; here it is 2 s.
+TEST_F(SoapExchange, AReplyStillTricklingAtTheDeadlineEndsAsTimedOut) {
+    auto binding = this->binding();
+    EXPECT_EQ(binding->exchangeDeadline(), kExchangeDeadline);
+    binding->setExchangeDeadline(std::chrono::seconds(2));
+    binding->setDefaultTimeout(1);
+    // Four pieces 100 ms apart: complete well before the deadline.
+    server_.answerAlways(
+        {.body = kCheckResponse, .trickleMs = 100, .trickleBytes = kCheckResponse.size() / 4 + 1});
+    EXPECT_EQ(outcome(*binding->CheckUsingParameters(KORA_Check())), "KORA_CheckResponse");
+    // A byte every 200 ms for 8 s: never quiet for the 1-second time-out.
+    server_.answerAlways({.body = std::string(40, ' '), .trickleMs = 200});
+    const auto trickled = binding->CheckUsingParameters(KORA_Check());
+
+    binding->setExchangeDeadline(std::chrono::milliseconds(0));
+    server_.answerAlways({.body = kCheckResponse, .delayMs = 2500});
+    const auto stalled = binding->CheckUsingParameters(KORA_Check());
+    ASSERT_TRUE(trickled->error());
+    ASSERT_TRUE(stalled->error());
+    EXPECT_EQ(trickled->error()->text(), stalled->error()->text());
+    EXPECT_EQ(trickled->error()->text(), exchangeTimedOutError().text());
+    EXPECT_FALSE(trickled->bodyParts());
 }
 
 gboolean recordBasicAuth(SoupAuthDomain*, SoupServerMessage*, const char* user,

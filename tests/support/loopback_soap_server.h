@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <libsoup/soup.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <string>
@@ -28,6 +29,10 @@ struct ScriptedReply {
     std::vector<std::pair<std::string, std::string>> headers{};
     bool chunked = false;
     unsigned delayMs = 0;
+    // When set, the body goes out chunked, trickleBytes at a time, one piece
+    // every trickleMs: a reply that never stays quiet long enough to time out.
+    unsigned trickleMs = 0;
+    std::size_t trickleBytes = 1;
 };
 
 inline constexpr const char* kSoap11Namespace = "http://schemas.xmlsoap.org/soap/envelope/";
@@ -102,6 +107,7 @@ class LoopbackSoapServer {
         if (!reply.contentType.empty()) {
             soup_message_headers_replace(headers, "Content-Type", reply.contentType.c_str());
         }
+        if (reply.trickleMs > 0) return trickle(message, reply);
         soup_message_body_append(soup_server_message_get_response_body(message), SOUP_MEMORY_COPY,
                                  reply.body.data(), reply.body.size());
         if (reply.delayMs == 0) return;
@@ -113,6 +119,47 @@ class LoopbackSoapServer {
                 return G_SOURCE_REMOVE;
             },
             g_object_ref(message), g_object_unref));
+    }
+
+    // One piece of the body per tick until it is all out or the client went.
+    struct Trickle {
+        SoupServerMessage* message;
+        std::string rest;
+        std::size_t pieceBytes;
+        bool clientGone = false;
+    };
+
+    void trickle(SoupServerMessage* message, const ScriptedReply& reply) {
+        soup_message_headers_set_encoding(soup_server_message_get_response_headers(message),
+                                          SOUP_ENCODING_CHUNKED);
+        auto* state = new Trickle{SOUP_SERVER_MESSAGE(g_object_ref(message)), reply.body,
+                                  std::max<std::size_t>(reply.trickleBytes, 1)};
+        const auto gone = +[](SoupServerMessage*, gpointer data) {
+            static_cast<Trickle*>(data)->clientGone = true;
+        };
+        g_signal_connect(message, "finished", G_CALLBACK(gone), state);
+        g_signal_connect(message, "disconnected", G_CALLBACK(gone), state);
+        soup_server_message_pause(message);
+        timers_.push_back(g_timeout_add_full(
+            G_PRIORITY_DEFAULT, reply.trickleMs,
+            [](gpointer data) -> gboolean {
+                auto* state = static_cast<Trickle*>(data);
+                if (state->clientGone) return G_SOURCE_REMOVE;
+                SoupMessageBody* body = soup_server_message_get_response_body(state->message);
+                const std::string piece = state->rest.substr(0, state->pieceBytes);
+                state->rest.erase(0, piece.size());
+                soup_message_body_append(body, SOUP_MEMORY_COPY, piece.data(), piece.size());
+                if (state->rest.empty()) soup_message_body_complete(body);
+                soup_server_message_unpause(state->message);
+                return state->rest.empty() ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
+            },
+            state,
+            [](gpointer data) {
+                auto* state = static_cast<Trickle*>(data);
+                g_signal_handlers_disconnect_by_data(state->message, state);
+                g_object_unref(state->message);
+                delete state;
+            }));
     }
 
     SoupServer* server_;

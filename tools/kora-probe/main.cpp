@@ -67,7 +67,10 @@ OPTIONS
         instead of "KORASoap12BindingResponse...".
 
     --timeout SECONDS
-        Time-out of the exchange (default 10).
+        Inactivity time-out of the exchange (default 10): the exchange fails
+        when nothing arrives for this long. Whatever this is set to, an exchange
+        fails as timed out 60 seconds after it started, however steadily the
+        reply trickles in.
 
     --user NAME, --password PASSWORD
         Credentials offered when the server asks for them. A second challenge ends

@@ -63,7 +63,9 @@ COMMANDS
 
     uninstall IDENTIFIER
         Tells the daemon that the application has been removed: the daemon
-        forgets it and writes its registry file. Prints true.
+        notifies the update service, then forgets the application and writes
+        its registry file, whatever the service answered. The notice may take
+        up to a minute when the service is slow. Prints true.
 
     register-application IDENTIFIER ICCID IMSI WLAN-MAC MOBILE-MAC SOFTWARE
                          PREVIOUS-VERSION BRAND BUNDLE-PATH
@@ -86,7 +88,8 @@ OPTIONS
 EXIT STATUS
     0   the daemon answered
     1   the call failed: no bus, the daemon is not running (nobody owns
-        com.olvara.Korad), no answer in time, or an error from the daemon
+        com.olvara.Korad), no answer within 120 seconds, or an error from the
+        daemon
     2   the command line is wrong
 
 EXAMPLES
