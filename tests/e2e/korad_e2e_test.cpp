@@ -6,13 +6,13 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 
 #include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include "support/program_run.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -26,17 +26,8 @@ struct Outcome {
 };
 
 Outcome run(const std::vector<std::string>& command) {
-    std::vector<char*> argv;
-    for (const auto& word : command) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    g_autofree gchar* out = nullptr;
-    g_autofree gchar* err = nullptr;
-    int wait = 0;
-    g_autoptr(GError) error = nullptr;
-    if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, &out,
-                      &err, &wait, &error))
-        return {-1, error->message};
-    return {WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, std::string(out) + err};
+    const ProgramRun run = runProgramCaptured(command);
+    return {run.status, run.out + run.err};
 }
 
 class KoradInSandbox : public testing::Test {

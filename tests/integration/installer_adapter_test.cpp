@@ -5,11 +5,10 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/file_text.h"
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 
@@ -19,18 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string kInstaller = ADAPTER_BINARY;
-
-void writeFile(const fs::path& path, const std::string& text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string fileText(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 class InstallerAdapter : public testing::Test {
 protected:
@@ -45,10 +32,10 @@ protected:
     // A package holding /opt/korad-adapter-test/hello.txt.
     fs::path buildPackage() {
         const fs::path tree = dir_.path() / "tree";
-        writeFile(tree / "DEBIAN/control",
+        writeFileText(tree / "DEBIAN/control",
                   "Package: korad-adapter-test\nVersion: 1.0\nArchitecture: all\n"
                   "Maintainer: Korad tests <tests@example.com>\nDescription: test package\n");
-        writeFile(tree / "opt/korad-adapter-test/hello.txt", "hello\n");
+        writeFileText(tree / "opt/korad-adapter-test/hello.txt", "hello\n");
         const fs::path package = dir_.path() / "korad-adapter-test_1.0_all.deb";
         const ProgramRun built = runProgramCaptured({"dpkg-deb", "--build", tree, package});
         EXPECT_EQ(built.status, 0) << built.err;
@@ -81,9 +68,9 @@ TEST_F(InstallerAdapter, InstallsADebianPackageWithTheTargetAsDpkgsRoot) {
 }
 
 TEST_F(InstallerAdapter, RefusesEveryOtherKindOfFileWithoutRunningDpkg) {
-    writeFile(dir_.path() / "text", "not a package\n");
-    writeFile(dir_.path() / "empty", "");
-    writeFile(dir_.path() / "other.a", "!<arch>\nhello.o/        0           0     0     644     0         `\n");
+    writeFileText(dir_.path() / "text", "not a package\n");
+    writeFileText(dir_.path() / "empty", "");
+    writeFileText(dir_.path() / "other.a", "!<arch>\nhello.o/        0           0     0     644     0         `\n");
     fs::create_directories(dir_.path() / "Helper.pkg/Contents");  // a macOS package is a folder
     const struct {
         const char* name;
@@ -108,7 +95,7 @@ TEST_F(InstallerAdapter, RefusesEveryOtherKindOfFileWithoutRunningDpkg) {
 TEST_F(InstallerAdapter, ReportsAPackageThatDpkgCannotInstall) {
     const std::string whole = fileText(buildPackage());
     const fs::path truncated = dir_.path() / "truncated.deb";
-    writeFile(truncated, whole.substr(0, whole.size() / 2));
+    writeFileText(truncated, whole.substr(0, whole.size() / 2));
     const ProgramRun run = install(truncated);
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find("installer: dpkg failed with status 1; " + truncated.string() +

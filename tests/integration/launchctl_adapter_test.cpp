@@ -6,11 +6,10 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/file_text.h"
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 
@@ -36,18 +35,6 @@ std::string helperJob(const std::string& label, const std::string& program,
                  "<key>MachServices</key><dict>" + machServices + "</dict>");
 }
 
-void writeFile(const fs::path& path, const std::string& text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string fileText(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 class LaunchctlAdapter : public testing::Test {
 protected:
     void SetUp() override { fs::create_directory(root()); }
@@ -61,7 +48,7 @@ protected:
     }
     fs::path job(const std::string& text) {
         const fs::path path = dir_.path() / ("job" + std::to_string(++jobs_) + ".plist");
-        writeFile(path, text);
+        writeFileText(path, text);
         return path;
     }
     ProgramRun launchctl(const std::string& command, const fs::path& file) const {
@@ -148,7 +135,7 @@ TEST_F(LaunchctlAdapter, ReloadingReplacesItsOwnFilesAndUnloadLeavesOtherJobsAlo
     ASSERT_EQ(launchctl("load", second).status, 0);
     // The job file changes between loading and unloading: a new program, and
     // its name is gone; unloading still finds the activation file.
-    writeFile(first, helperJob("com.example.One", "/opt/one-2", ""));
+    writeFileText(first, helperJob("com.example.One", "/opt/one-2", ""));
     ASSERT_EQ(launchctl("load", first).status, 0);
     EXPECT_NE(fileText(unit("com.example.One")).find("ExecStart=/opt/one-2 --verbose\n"),
               std::string::npos);
@@ -163,7 +150,7 @@ TEST_F(LaunchctlAdapter, LeavesAloneEveryFileItDidNotWrite) {
     const fs::path file = job(helperJob("com.example.Helper", "/opt/helper", "<key>org.example.Bus</key><true/>"));
     const std::string theirs = "[Service]\nExecStart=/usr/bin/theirs\n";
 
-    writeFile(unit("com.example.Helper"), theirs);
+    writeFileText(unit("com.example.Helper"), theirs);
     const ProgramRun overUnit = launchctl("load", file);
     EXPECT_EQ(overUnit.status, 1);
     EXPECT_NE(overUnit.err.find("was not written by launchctl"), std::string::npos) << overUnit.err;
@@ -180,7 +167,7 @@ TEST_F(LaunchctlAdapter, LeavesAloneEveryFileItDidNotWrite) {
 
     // Another package's activation file for the same name.
     fs::remove(unit("com.example.Helper"));
-    writeFile(activation("org.example.Bus"), theirs);
+    writeFileText(activation("org.example.Bus"), theirs);
     EXPECT_EQ(launchctl("load", file).status, 1);
     EXPECT_EQ(filesBelowRoot(),
               std::vector<std::string>{"usr/share/dbus-1/system-services/org.example.Bus.service"});

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "adapter_main.h"
 #include "debian_package.h"
 #include "platform/run_program.h"
 
@@ -67,11 +68,6 @@ EXAMPLES
     installer -target /tmp/image -pkg helper_1.2_amd64.deb
 )";
 
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 struct CommandLine {
     fs::path package;
     fs::path target;
@@ -126,22 +122,8 @@ int install(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> words(argv + 1, argv + argc);
-    for (const std::string& word : words) {
-        if (word == "--help") {
-            std::fputs(kHelp, stdout);
-            return 0;
-        }
-    }
-    try {
-        return install(parseCommandLine(words));
-    } catch (const UsageError& error) {
-        std::fprintf(stderr, "installer: %s\nUsage: installer -pkg FILE -target DIR\n"
-                             "Try 'installer --help' for more information.\n",
-                     error.what());
-        return 2;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "installer: %s\n", error.what());
-        return 1;
-    }
+    return adapterMain(argc, argv, {"installer", "-pkg FILE -target DIR", kHelp},
+                       [](const std::vector<std::string>& words) {
+                           return install(parseCommandLine(words));
+                       });
 }

@@ -3,13 +3,13 @@
 // daemons that updates bring.
 
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "adapter_main.h"
 #include "job_description.h"
 #include "job_files.h"
 #include "systemctl.h"
@@ -118,11 +118,6 @@ EXAMPLES
     launchctl --root /tmp/image unload /Library/LaunchDaemons/com.example.Helper.plist
 )";
 
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 struct CommandLine {
     std::optional<fs::path> root;  // none: the live system
     std::string command;
@@ -185,30 +180,17 @@ void unload(const CommandLine& line) {
     if (!line.root) systemctl({"daemon-reload"});
 }
 
+int run(const std::vector<std::string>& words) {
+    const CommandLine line = parseCommandLine(words);
+    if (line.command == "load")
+        load(line);
+    else
+        unload(line);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> words(argv + 1, argv + argc);
-    for (const std::string& word : words) {
-        if (word == "--help") {
-            std::fputs(kHelp, stdout);
-            return 0;
-        }
-    }
-    try {
-        const CommandLine line = parseCommandLine(words);
-        if (line.command == "load")
-            load(line);
-        else
-            unload(line);
-        return 0;
-    } catch (const UsageError& error) {
-        std::fprintf(stderr, "launchctl: %s\nUsage: launchctl [--root DIR] load|unload FILE\n"
-                             "Try 'launchctl --help' for more information.\n",
-                     error.what());
-        return 2;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "launchctl: %s\n", error.what());
-        return 1;
-    }
+    return adapterMain(argc, argv, {"launchctl", "[--root DIR] load|unload FILE", kHelp}, run);
 }
