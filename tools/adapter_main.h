@@ -13,7 +13,7 @@
 namespace kora {
 
 class UsageError : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 

@@ -10,7 +10,9 @@
 namespace kora {
 namespace {
 
-std::string_view variableName(std::string_view entry) { return entry.substr(0, entry.find('=')); }
+std::string_view variableName(std::string_view entry) {
+    return entry.substr(0, entry.find('='));
+}
 
 std::vector<std::string> mergedEnvironment(const std::vector<std::string>& overrides) {
     std::vector<std::string> merged;

@@ -10,7 +10,9 @@
 namespace kora {
 namespace {
 
-std::error_code lastError() { return {errno, std::generic_category()}; }
+std::error_code lastError() {
+    return {errno, std::generic_category()};
+}
 
 bool writeAll(int fd, std::string_view content) {
     while (!content.empty()) {

@@ -12,7 +12,7 @@ namespace kora {
 // caller that writes several files stages them all first, and renames only
 // when every one was written: an error then leaves every target as it was.
 class StagedFile {
-public:
+  public:
     // Writes the content with mode 0644. error() tells whether it worked.
     StagedFile(std::filesystem::path target, std::string_view content);
     ~StagedFile();  // removes the staged copy unless it was put in place
@@ -28,7 +28,7 @@ public:
     // that failed, or when staging had failed.
     bool commit();
 
-private:
+  private:
     std::filesystem::path target_;
     std::string staged_;  // empty once renamed or removed
     std::error_code error_;

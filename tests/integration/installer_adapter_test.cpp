@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 const std::string kInstaller = ADAPTER_BINARY;
 
 class InstallerAdapter : public testing::Test {
-protected:
+  protected:
     void SetUp() override {
         // dpkg refuses to write a database it does not own unless it runs as root.
         if (::geteuid() != 0) GTEST_SKIP() << "dpkg installs only as root";
@@ -33,8 +33,8 @@ protected:
     fs::path buildPackage() {
         const fs::path tree = dir_.path() / "tree";
         writeFileText(tree / "DEBIAN/control",
-                  "Package: korad-adapter-test\nVersion: 1.0\nArchitecture: all\n"
-                  "Maintainer: Korad tests <tests@example.com>\nDescription: test package\n");
+                      "Package: korad-adapter-test\nVersion: 1.0\nArchitecture: all\n"
+                      "Maintainer: Korad tests <tests@example.com>\nDescription: test package\n");
         writeFileText(tree / "opt/korad-adapter-test/hello.txt", "hello\n");
         const fs::path package = dir_.path() / "korad-adapter-test_1.0_all.deb";
         const ProgramRun built = runProgramCaptured({"dpkg-deb", "--build", tree, package});
@@ -62,22 +62,22 @@ TEST_F(InstallerAdapter, InstallsADebianPackageWithTheTargetAsDpkgsRoot) {
         << database;
 
     // The options in the other order: the same package again, reinstalled.
-    const ProgramRun again =
-        runProgramCaptured({kInstaller, "-target", root(), "-pkg", package});
+    const ProgramRun again = runProgramCaptured({kInstaller, "-target", root(), "-pkg", package});
     EXPECT_EQ(again.status, 0) << again.err;
 }
 
 TEST_F(InstallerAdapter, RefusesEveryOtherKindOfFileWithoutRunningDpkg) {
     writeFileText(dir_.path() / "text", "not a package\n");
     writeFileText(dir_.path() / "empty", "");
-    writeFileText(dir_.path() / "other.a", "!<arch>\nhello.o/        0           0     0     644     0         `\n");
+    writeFileText(dir_.path() / "other.a",
+                  "!<arch>\nhello.o/        0           0     0     644     0         `\n");
     fs::create_directories(dir_.path() / "Helper.pkg/Contents");  // a macOS package is a folder
     const struct {
         const char* name;
         const char* reason;
     } rows[] = {
-        {"text", "not a Debian package"},        {"empty", "not a Debian package"},
-        {"other.a", "not a Debian package"},     {"Helper.pkg", "not a Debian package"},
+        {"text", "not a Debian package"},       {"empty", "not a Debian package"},
+        {"other.a", "not a Debian package"},    {"Helper.pkg", "not a Debian package"},
         {"missing.deb", "not a readable file"},
     };
     for (const auto& row : rows) {
@@ -109,13 +109,17 @@ TEST_F(InstallerAdapter, RefusesATargetThatIsNotAFolder) {
     const ProgramRun run =
         runProgramCaptured({kInstaller, "-pkg", buildPackage(), "-target", root() / "missing"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, "installer: " + (root() / "missing").string() + ": the target is not a folder\n");
+    EXPECT_EQ(run.err,
+              "installer: " + (root() / "missing").string() + ": the target is not a folder\n");
 }
 
 TEST(InstallerCommandLine, AWrongOneExitsWithStatusTwoAndHelpExplainsIt) {
-    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-             {}, {"-pkg", "a.deb"}, {"-pkg"}, {"-pkg", "a", "-target", "/", "-pkg", "b"},
-             {"-verbose", "-pkg", "a", "-target", "/"}}) {
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{},
+                                               {"-pkg", "a.deb"},
+                                               {"-pkg"},
+                                               {"-pkg", "a", "-target", "/", "-pkg", "b"},
+                                               {"-verbose", "-pkg", "a", "-target", "/"}}) {
         std::vector<std::string> command{kInstaller};
         command.insert(command.end(), arguments.begin(), arguments.end());
         const ProgramRun run = runProgramCaptured(command);
@@ -124,8 +128,8 @@ TEST(InstallerCommandLine, AWrongOneExitsWithStatusTwoAndHelpExplainsIt) {
     }
     const ProgramRun help = runProgramCaptured({kInstaller, "--help"});
     EXPECT_EQ(help.status, 0);
-    for (const char* part : {"SYNOPSIS", "-pkg FILE", "-target DIR", "dpkg --root=DIR -i FILE",
-                             "EXIT STATUS"})
+    for (const char* part :
+         {"SYNOPSIS", "-pkg FILE", "-target DIR", "dpkg --root=DIR -i FILE", "EXIT STATUS"})
         EXPECT_NE(help.out.find(part), std::string::npos) << part;
 }
 

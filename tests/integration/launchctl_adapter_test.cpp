@@ -32,11 +32,12 @@ std::string helperJob(const std::string& label, const std::string& program,
     return plist("<key>Label</key><string>" + label +
                  "</string><key>ProgramArguments</key><array><string>" + program +
                  "</string><string>--verbose</string></array><key>RunAtLoad</key><true/>"
-                 "<key>MachServices</key><dict>" + machServices + "</dict>");
+                 "<key>MachServices</key><dict>" +
+                 machServices + "</dict>");
 }
 
 class LaunchctlAdapter : public testing::Test {
-protected:
+  protected:
     void SetUp() override { fs::create_directory(root()); }
 
     fs::path root() const { return dir_.path() / "root"; }
@@ -116,7 +117,8 @@ TEST_F(LaunchctlAdapter, WritesAUnitThatSystemdAcceptsWhateverTheArguments) {
     const fs::path file = job(plist(
         "<key>Label</key><string>com.example.Quoting</string>"
         "<key>ProgramArguments</key><array><string>/bin/echo</string><string>two words</string>"
-        "<string>100%</string><string>$HOME</string><string>say \"hi\"</string><string>it's</string>"
+        "<string>100%</string><string>$HOME</string><string>say "
+        "\"hi\"</string><string>it's</string>"
         "<string>C:\\dir</string><string>;</string><string></string><string>tab\tx</string>"
         "</array><key>KeepAlive</key><true/><key>ThrottleInterval</key><integer>5</integer>"
         "<key>StandardOutPath</key><string>/var/log/50% x.log</string>"
@@ -129,8 +131,10 @@ TEST_F(LaunchctlAdapter, WritesAUnitThatSystemdAcceptsWhateverTheArguments) {
 }
 
 TEST_F(LaunchctlAdapter, ReloadingReplacesItsOwnFilesAndUnloadLeavesOtherJobsAlone) {
-    const fs::path first = job(helperJob("com.example.One", "/opt/one", "<key>org.example.One</key><true/>"));
-    const fs::path second = job(helperJob("com.example.Two", "/opt/two", "<key>org.example.Two</key><true/>"));
+    const fs::path first =
+        job(helperJob("com.example.One", "/opt/one", "<key>org.example.One</key><true/>"));
+    const fs::path second =
+        job(helperJob("com.example.Two", "/opt/two", "<key>org.example.Two</key><true/>"));
     ASSERT_EQ(launchctl("load", first).status, 0);
     ASSERT_EQ(launchctl("load", second).status, 0);
     // The job file changes between loading and unloading: a new program, and
@@ -141,13 +145,14 @@ TEST_F(LaunchctlAdapter, ReloadingReplacesItsOwnFilesAndUnloadLeavesOtherJobsAlo
               std::string::npos);
 
     ASSERT_EQ(launchctl("unload", first).status, 0);
-    EXPECT_EQ(filesBelowRoot(),
-              (std::vector<std::string>{"etc/systemd/system/com.example.Two.service",
-                                        "usr/share/dbus-1/system-services/org.example.Two.service"}));
+    EXPECT_EQ(filesBelowRoot(), (std::vector<std::string>{
+                                    "etc/systemd/system/com.example.Two.service",
+                                    "usr/share/dbus-1/system-services/org.example.Two.service"}));
 }
 
 TEST_F(LaunchctlAdapter, LeavesAloneEveryFileItDidNotWrite) {
-    const fs::path file = job(helperJob("com.example.Helper", "/opt/helper", "<key>org.example.Bus</key><true/>"));
+    const fs::path file =
+        job(helperJob("com.example.Helper", "/opt/helper", "<key>org.example.Bus</key><true/>"));
     const std::string theirs = "[Service]\nExecStart=/usr/bin/theirs\n";
 
     writeFileText(unit("com.example.Helper"), theirs);
@@ -157,7 +162,8 @@ TEST_F(LaunchctlAdapter, LeavesAloneEveryFileItDidNotWrite) {
     const ProgramRun removingUnit = launchctl("unload", file);
     EXPECT_EQ(removingUnit.status, 1);
     EXPECT_EQ(fileText(unit("com.example.Helper")), theirs);
-    EXPECT_EQ(filesBelowRoot(), std::vector<std::string>{"etc/systemd/system/com.example.Helper.service"});
+    EXPECT_EQ(filesBelowRoot(),
+              std::vector<std::string>{"etc/systemd/system/com.example.Helper.service"});
 
     // A masked unit is a link to /dev/null.
     fs::remove(unit("com.example.Helper"));
@@ -180,7 +186,9 @@ struct BadJob {
     const char* reason;  // found in the one error line
 };
 
-void PrintTo(const BadJob& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const BadJob& row, std::ostream* out) {
+    *out << row.name;
+}
 
 class ABadJobFile : public LaunchctlAdapter, public testing::WithParamInterface<BadJob> {};
 
@@ -203,8 +211,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadJob{"NotAPropertyList", "Label=org.example.job\n", "not a readable property list"},
         BadJob{"ACorruptBinaryPropertyList", std::string("bplist00\xd1\x01\x02", 11),
                "not a readable property list"},
-        BadJob{"AnArrayAtTheRoot",
-               "<?xml version=\"1.0\"?><plist version=\"1.0\"><array/></plist>",
+        BadJob{"AnArrayAtTheRoot", "<?xml version=\"1.0\"?><plist version=\"1.0\"><array/></plist>",
                "must be a dictionary, not an array"},
         BadJob{"NoLabel", plist(kProgram), "has no Label"},
         BadJob{"ALabelThatIsNotAString", plist("<key>Label</key><integer>7</integer>" + kProgram),
@@ -216,8 +223,8 @@ INSTANTIATE_TEST_SUITE_P(
                plist("<key>Label</key><string>a&#9;b</string>" + kProgram),
                "Label \"a\\x09b\" is not a safe service name"},
         BadJob{"NoProgramArguments", plist(kLabel), "has no ProgramArguments"},
-        BadJob{"EmptyProgramArguments",
-               plist(kLabel + "<key>ProgramArguments</key><array/>"), "has no ProgramArguments"},
+        BadJob{"EmptyProgramArguments", plist(kLabel + "<key>ProgramArguments</key><array/>"),
+               "has no ProgramArguments"},
         BadJob{"ProgramArgumentsAsAString",
                plist(kLabel + "<key>ProgramArguments</key><string>/bin/true</string>"),
                "ProgramArguments must be an array, not a string"},
@@ -232,26 +239,30 @@ INSTANTIATE_TEST_SUITE_P(
                plist(kLabel + kProgram +
                      "<key>KeepAlive</key><dict><key>SuccessfulExit</key><false/></dict>"),
                "KeepAlive as a dictionary of conditions is not supported"},
-        BadJob{"AKeepAliveString", plist(kLabel + kProgram + "<key>KeepAlive</key><string>yes</string>"),
+        BadJob{"AKeepAliveString",
+               plist(kLabel + kProgram + "<key>KeepAlive</key><string>yes</string>"),
                "KeepAlive must be a boolean, not a string"},
-        BadJob{"ARunAtLoadInteger", plist(kLabel + kProgram + "<key>RunAtLoad</key><integer>1</integer>"),
+        BadJob{"ARunAtLoadInteger",
+               plist(kLabel + kProgram + "<key>RunAtLoad</key><integer>1</integer>"),
                "RunAtLoad must be a boolean, not an integer"},
         BadJob{"ANegativeThrottleInterval",
                plist(kLabel + kProgram + "<key>ThrottleInterval</key><integer>-1</integer>"),
                "ThrottleInterval must be a number of seconds from 0 to 2147483647"},
-        BadJob{"AThrottleIntervalOneTooLarge",
-               plist(kLabel + kProgram + "<key>ThrottleInterval</key><integer>2147483648</integer>"),
-               "ThrottleInterval must be a number of seconds from 0 to 2147483647"},
+        BadJob{
+            "AThrottleIntervalOneTooLarge",
+            plist(kLabel + kProgram + "<key>ThrottleInterval</key><integer>2147483648</integer>"),
+            "ThrottleInterval must be a number of seconds from 0 to 2147483647"},
         BadJob{"ARelativeLogPath",
                plist(kLabel + kProgram + "<key>StandardOutPath</key><string>out.log</string>"),
                "StandardOutPath \"out.log\" must be an absolute path"},
         BadJob{"MachServicesAsAnArray",
                plist(kLabel + kProgram + "<key>MachServices</key><array/>"),
                "MachServices must be a dictionary, not an array"},
-        BadJob{"AMachServiceValueThatIsAString",
-               plist(kLabel + kProgram +
-                     "<key>MachServices</key><dict><key>org.example.A</key><string>x</string></dict>"),
-               "MachServices \"org.example.A\" must be a boolean or a dictionary"},
+        BadJob{
+            "AMachServiceValueThatIsAString",
+            plist(kLabel + kProgram +
+                  "<key>MachServices</key><dict><key>org.example.A</key><string>x</string></dict>"),
+            "MachServices \"org.example.A\" must be a boolean or a dictionary"},
         BadJob{"AMachServiceNameWithASlash",
                plist(kLabel + kProgram +
                      "<key>MachServices</key><dict><key>org/example</key><true/></dict>"),
@@ -265,8 +276,13 @@ TEST_F(LaunchctlAdapter, AMissingJobFileIsRefused) {
 }
 
 TEST_F(LaunchctlAdapter, AWrongCommandLineExitsWithStatusTwo) {
-    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-             {}, {"load"}, {"start", "job.plist"}, {"--root"}, {"load", "a", "b"}, {"-w", "load", "a"}}) {
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{},
+                                               {"load"},
+                                               {"start", "job.plist"},
+                                               {"--root"},
+                                               {"load", "a", "b"},
+                                               {"-w", "load", "a"}}) {
         std::vector<std::string> command{kLaunchctl};
         command.insert(command.end(), arguments.begin(), arguments.end());
         const ProgramRun run = runProgramCaptured(command);
@@ -278,8 +294,8 @@ TEST_F(LaunchctlAdapter, AWrongCommandLineExitsWithStatusTwo) {
 TEST_F(LaunchctlAdapter, HelpDescribesTheCommandsOptionsAndExitStatus) {
     const ProgramRun run = runProgramCaptured({kLaunchctl, "--help"});
     EXPECT_EQ(run.status, 0);
-    for (const char* part : {"SYNOPSIS", "load FILE", "unload FILE", "--root DIR", "KeepAlive",
-                             "EXIT STATUS"})
+    for (const char* part :
+         {"SYNOPSIS", "load FILE", "unload FILE", "--root DIR", "KeepAlive", "EXIT STATUS"})
         EXPECT_NE(run.out.find(part), std::string::npos) << part;
 }
 
@@ -290,13 +306,15 @@ TEST_F(LaunchctlAdapter, WithoutSystemdItSaysSoInOneLineAndFails) {
         GTEST_SKIP() << "bubblewrap cannot run here";
     const fs::path file = job(helperJob("com.example.Helper", "/opt/helper", ""));
     for (const std::string command : {"load", "unload"}) {
-        const ProgramRun run = runProgramCaptured(
-            {KORAD_SOURCE_DIR "/scripts/korad-sandbox", "--adapters", KORAD_BUILD_DIR,
-             KORAD_LIBEXEC_DIR, "--ro-bind", dir_.path(), "--",
-             KORAD_LIBEXEC_DIR "/launchctl", command, file});
+        const ProgramRun run =
+            runProgramCaptured({KORAD_SOURCE_DIR "/scripts/korad-sandbox", "--adapters",
+                                KORAD_BUILD_DIR, KORAD_LIBEXEC_DIR, "--ro-bind", dir_.path(), "--",
+                                KORAD_LIBEXEC_DIR "/launchctl", command, file});
         EXPECT_EQ(run.status, 1) << run.err;
-        EXPECT_EQ(run.err, "launchctl: systemd is not running here (no /run/systemd/system), so "
-                           "com.example.Helper was not " + command + "ed\n");
+        EXPECT_EQ(run.err,
+                  "launchctl: systemd is not running here (no /run/systemd/system), so "
+                  "com.example.Helper was not " +
+                      command + "ed\n");
     }
 }
 

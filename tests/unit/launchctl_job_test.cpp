@@ -1,5 +1,5 @@
 // The launchctl adapter's conversion of a job description into a systemd unit
-// and D-Bus activation files. Files, folders and refusals of the real program
+// text. Activation files, folders and refusals of the real program
 // are in tests/integration/launchctl_adapter_test.cpp.
 
 #include <gtest/gtest.h>
@@ -13,10 +13,11 @@ namespace kora {
 namespace {
 
 JobDescription jobFrom(const std::string& dictionaryBody) {
-    const std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" +
-                            dictionaryBody + "</dict></plist>";
-    const std::optional<PlistValue> root = parsePropertyList(
-        {reinterpret_cast<const std::uint8_t*>(xml.data()), xml.size()});
+    const std::string xml =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" +
+        dictionaryBody + "</dict></plist>";
+    const std::optional<PlistValue> root =
+        parsePropertyList({reinterpret_cast<const std::uint8_t*>(xml.data()), xml.size()});
     if (!root) throw std::logic_error("test row is not a property list");
     return jobDescriptionFrom(*root);
 }
@@ -28,7 +29,9 @@ struct UnitRow {
 };
 
 // Rows print as their names in test lists.
-void PrintTo(const UnitRow& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const UnitRow& row, std::ostream* out) {
+    *out << row.name;
+}
 
 class AJobDescription : public testing::TestWithParam<UnitRow> {};
 
@@ -39,9 +42,8 @@ TEST_P(AJobDescription, BecomesThisUnit) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, AJobDescription,
-    testing::Values(
-        UnitRow{"TheDaemonsOwn",
-                R"(<key>Label</key><string>com.olvara.Korad</string>
+    testing::Values(UnitRow{"TheDaemonsOwn",
+                            R"(<key>Label</key><string>com.olvara.Korad</string>
                    <key>KeepAlive</key><true/>
                    <key>RunAtLoad</key><true/>
                    <key>ThrottleInterval</key><integer>0</integer>
@@ -50,36 +52,36 @@ INSTANTIATE_TEST_SUITE_P(
                    <key>MachServices</key><dict><key>com.olvara.Korad</key><true/></dict>
                    <key>ProgramArguments</key>
                    <array><string>/Library/PrivilegedHelperTools/com.olvara.Korad</string></array>)",
-                "[Unit]\n"
-                "Description=com.olvara.Korad\n"
-                "StartLimitIntervalSec=0\n"
-                "\n"
-                "[Service]\n"
-                "Type=dbus\n"
-                "BusName=com.olvara.Korad\n"
-                "ExecStart=/Library/PrivilegedHelperTools/com.olvara.Korad\n"
-                "Restart=always\n"
-                "RestartSec=0\n"
-                "StandardOutput=append:/Library/Logs/korad.out.log\n"
-                "StandardError=append:/Library/Logs/korad.out.log\n"
-                "\n"
-                "[Install]\n"
-                "WantedBy=multi-user.target\n"},
-        UnitRow{"OnlyTheRequiredKeysAndFalseFlags",
-                R"(<key>Label</key><string>org.example.tick</string>
+                            "[Unit]\n"
+                            "Description=com.olvara.Korad\n"
+                            "StartLimitIntervalSec=0\n"
+                            "\n"
+                            "[Service]\n"
+                            "Type=dbus\n"
+                            "BusName=com.olvara.Korad\n"
+                            "ExecStart=/Library/PrivilegedHelperTools/com.olvara.Korad\n"
+                            "Restart=always\n"
+                            "RestartSec=0\n"
+                            "StandardOutput=append:/Library/Logs/korad.out.log\n"
+                            "StandardError=append:/Library/Logs/korad.out.log\n"
+                            "\n"
+                            "[Install]\n"
+                            "WantedBy=multi-user.target\n"},
+                    UnitRow{"OnlyTheRequiredKeysAndFalseFlags",
+                            R"(<key>Label</key><string>org.example.tick</string>
                    <key>ProgramArguments</key><array><string>/usr/bin/tick</string></array>
                    <key>KeepAlive</key><false/>
                    <key>RunAtLoad</key><false/>)",
-                "[Unit]\n"
-                "Description=org.example.tick\n"
-                "\n"
-                "[Service]\n"
-                "ExecStart=/usr/bin/tick\n"
-                "\n"
-                "[Install]\n"
-                "WantedBy=multi-user.target\n"},
-        UnitRow{"ArgumentsPathsAndSeveralNames",
-                R"(<key>Label</key><string>org.example.Two_names-1</string>
+                            "[Unit]\n"
+                            "Description=org.example.tick\n"
+                            "\n"
+                            "[Service]\n"
+                            "ExecStart=/usr/bin/tick\n"
+                            "\n"
+                            "[Install]\n"
+                            "WantedBy=multi-user.target\n"},
+                    UnitRow{"ArgumentsPathsAndSeveralNames",
+                            R"(<key>Label</key><string>org.example.Two_names-1</string>
                    <key>ProgramArguments</key>
                    <array><string>/opt/My Tool/run</string><string>--rate=50%</string>
                           <string>$HOME</string></array>
@@ -89,18 +91,18 @@ INSTANTIATE_TEST_SUITE_P(
                    <dict><key>org.example.First</key><dict><key>ResetAtClose</key><true/></dict>
                          <key>org.example.Second</key><true/></dict>
                    <key>UserName</key><string>nobody</string>)",
-                "[Unit]\n"
-                "Description=org.example.Two_names-1\n"
-                "\n"
-                "[Service]\n"
-                "Type=dbus\n"
-                "BusName=org.example.First\n"
-                "ExecStart=\"/opt/My Tool/run\" --rate=50%% $$HOME\n"
-                "RestartSec=2147483647\n"
-                "StandardError=append:/var/log/50%% of it.log\n"
-                "\n"
-                "[Install]\n"
-                "WantedBy=multi-user.target\n"}),
+                            "[Unit]\n"
+                            "Description=org.example.Two_names-1\n"
+                            "\n"
+                            "[Service]\n"
+                            "Type=dbus\n"
+                            "BusName=org.example.First\n"
+                            "ExecStart=\"/opt/My Tool/run\" --rate=50%% $$HOME\n"
+                            "RestartSec=2147483647\n"
+                            "StandardError=append:/var/log/50%% of it.log\n"
+                            "\n"
+                            "[Install]\n"
+                            "WantedBy=multi-user.target\n"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(AJobDescription, ListsEveryNameInOrderAndTheKeysItIgnores) {
@@ -114,22 +116,14 @@ TEST(AJobDescription, ListsEveryNameInOrderAndTheKeysItIgnores) {
     EXPECT_EQ(job.ignoredKeys, (std::vector<std::string>{"Program", "UserName"}));
 }
 
-TEST(AnActivationFile, HandsTheNameToTheJobsUnit) {
-    EXPECT_EQ(activationFileText("org.example.Second", "org.example.Two"),
-              std::string(kWrittenByLaunchctl) +
-                  "[D-BUS Service]\n"
-                  "Name=org.example.Second\n"
-                  "Exec=/bin/false\n"
-                  "User=root\n"
-                  "SystemdService=org.example.Two.service\n");
-}
-
 struct ArgumentRow {
     const char* argument;
     const char* written;
 };
 
-void PrintTo(const ArgumentRow& row, std::ostream* out) { *out << testing::PrintToString(row.argument); }
+void PrintTo(const ArgumentRow& row, std::ostream* out) {
+    *out << testing::PrintToString(row.argument);
+}
 
 class AnExecStartArgument : public testing::TestWithParam<ArgumentRow> {};
 
@@ -139,16 +133,12 @@ TEST_P(AnExecStartArgument, IsWrittenSoThatSystemdReadsItBackUnchanged) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, AnExecStartArgument,
-    testing::Values(ArgumentRow{"--plain", "--plain"},
-                    ArgumentRow{"", "\"\""},
-                    ArgumentRow{"two words", "\"two words\""},
-                    ArgumentRow{"100%", "100%%"},
+    testing::Values(ArgumentRow{"--plain", "--plain"}, ArgumentRow{"", "\"\""},
+                    ArgumentRow{"two words", "\"two words\""}, ArgumentRow{"100%", "100%%"},
                     ArgumentRow{"${PATH}", "$${PATH}"},
                     ArgumentRow{"say \"hi\"", "\"say \\\"hi\\\"\""},
-                    ArgumentRow{"it's", "\"it's\""},
-                    ArgumentRow{"C:\\dir", "\"C:\\\\dir\""},
-                    ArgumentRow{";", "\";\""},
-                    ArgumentRow{"a;b", "a;b"},
+                    ArgumentRow{"it's", "\"it's\""}, ArgumentRow{"C:\\dir", "\"C:\\\\dir\""},
+                    ArgumentRow{";", "\";\""}, ArgumentRow{"a;b", "a;b"},
                     ArgumentRow{"tab\there\nline\x01", "\"tab\\there\\nline\\x01\""},
                     ArgumentRow{"åäö", "åäö"}));
 
@@ -157,7 +147,9 @@ struct LabelRow {
     bool safe;
 };
 
-void PrintTo(const LabelRow& row, std::ostream* out) { *out << testing::PrintToString(row.label); }
+void PrintTo(const LabelRow& row, std::ostream* out) {
+    *out << testing::PrintToString(row.label);
+}
 
 class ALabel : public testing::TestWithParam<LabelRow> {};
 
@@ -170,9 +162,9 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(LabelRow{"com.olvara.Korad", true}, LabelRow{"9lives_x-y", true},
                     LabelRow{std::string(247, 'a'), true}, LabelRow{std::string(248, 'a'), false},
                     LabelRow{"", false}, LabelRow{"a/b", false}, LabelRow{"../etc", false},
-                    LabelRow{".hidden", false}, LabelRow{"-now", false},
-                    LabelRow{"a b", false}, LabelRow{"a\nb", false},
-                    LabelRow{"tmpl@x", false}, LabelRow{"a%i", false}, LabelRow{"å", false}));
+                    LabelRow{".hidden", false}, LabelRow{"-now", false}, LabelRow{"a b", false},
+                    LabelRow{"a\nb", false}, LabelRow{"tmpl@x", false}, LabelRow{"a%i", false},
+                    LabelRow{"å", false}));
 
 }  // namespace
 }  // namespace kora

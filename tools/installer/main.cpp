@@ -91,7 +91,8 @@ CommandLine parseCommandLine(const std::vector<std::string>& words) {
 
 void checkPackage(const fs::path& package) {
     switch (packageKind(package)) {
-        case PackageKind::Debian: return;
+        case PackageKind::Debian:
+            return;
         case PackageKind::Unreadable:
             throw std::runtime_error(package.string() + ": not a readable file");
         case PackageKind::Other:
@@ -122,8 +123,7 @@ int install(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    return adapterMain(argc, argv, {"installer", "-pkg FILE -target DIR", kHelp},
-                       [](const std::vector<std::string>& words) {
-                           return install(parseCommandLine(words));
-                       });
+    return adapterMain(
+        argc, argv, {"installer", "-pkg FILE -target DIR", kHelp},
+        [](const std::vector<std::string>& words) { return install(parseCommandLine(words)); });
 }

@@ -13,14 +13,18 @@ constexpr std::size_t kMaxBusNameBytes = 255;
 
 // The keys this adapter carries over; any other is reported as ignored.
 constexpr std::string_view kKnownKeys[] = {
-    "Label",          "ProgramArguments", "KeepAlive",         "RunAtLoad",
-    "ThrottleInterval", "StandardOutPath", "StandardErrorPath", "MachServices"};
+    "Label",           "ProgramArguments",  "KeepAlive",   "RunAtLoad", "ThrottleInterval",
+    "StandardOutPath", "StandardErrorPath", "MachServices"};
 
 bool isAsciiAlnum(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }
-bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
-bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+bool isAsciiDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+bool isControl(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
 
 const char* typeName(const PlistValue& value) {
     if (value.is<std::string>()) return "a string";
@@ -92,7 +96,8 @@ std::vector<std::string> programArguments(const PlistDictionary& job) {
         throw JobError("the job description has no ProgramArguments");
     std::vector<std::string> arguments;
     for (const PlistValue& element : *array) {
-        if (!element.is<std::string>()) wrongType("every element of ProgramArguments", "a string", element);
+        if (!element.is<std::string>())
+            wrongType("every element of ProgramArguments", "a string", element);
         arguments.push_back(*element.as<std::string>());
     }
     // systemd may expand "$NAME" in the program's path as in its arguments, and no
@@ -109,7 +114,8 @@ bool keepAlive(const PlistDictionary& job) {
     const PlistValue* value = job.find("KeepAlive");
     if (value == nullptr) return false;
     if (value->is<PlistDictionary>())
-        throw JobError("KeepAlive as a dictionary of conditions is not supported: use true or false");
+        throw JobError(
+            "KeepAlive as a dictionary of conditions is not supported: use true or false");
     if (!value->is<bool>()) wrongType("KeepAlive", "a boolean", *value);
     return *value->as<bool>();
 }
@@ -141,7 +147,8 @@ std::vector<std::string> machServices(const PlistDictionary& job) {
         if (!value.is<bool>() && !value.is<PlistDictionary>())
             wrongType("MachServices " + quotedForMessage(name), "a boolean or a dictionary", value);
         if (!isBusName(name))
-            throw JobError("MachServices name " + quotedForMessage(name) + " is not a valid D-Bus name");
+            throw JobError("MachServices name " + quotedForMessage(name) +
+                           " is not a valid D-Bus name");
         names.push_back(name);
     }
     return names;
@@ -150,7 +157,8 @@ std::vector<std::string> machServices(const PlistDictionary& job) {
 std::vector<std::string> ignoredKeys(const PlistDictionary& job) {
     std::vector<std::string> ignored;
     for (const auto& entry : job.entries()) {
-        if (std::find(std::begin(kKnownKeys), std::end(kKnownKeys), entry.key) == std::end(kKnownKeys))
+        if (std::find(std::begin(kKnownKeys), std::end(kKnownKeys), entry.key) ==
+            std::end(kKnownKeys))
             ignored.push_back(entry.key);
     }
     return ignored;
@@ -159,7 +167,8 @@ std::vector<std::string> ignoredKeys(const PlistDictionary& job) {
 const PlistDictionary& jobDictionary(const PlistValue& root) {
     const auto* job = root.as<PlistDictionary>();
     if (job == nullptr)
-        throw JobError("the job description must be a dictionary, not " + std::string(typeName(root)));
+        throw JobError("the job description must be a dictionary, not " +
+                       std::string(typeName(root)));
     return *job;
 }
 
@@ -182,7 +191,8 @@ std::string quotedForMessage(std::string_view text) {
 }
 
 bool isSafeLabel(const std::string& label) {
-    if (label.empty() || label.size() > kMaxLabelBytes || !isAsciiAlnum(label.front())) return false;
+    if (label.empty() || label.size() > kMaxLabelBytes || !isAsciiAlnum(label.front()))
+        return false;
     return std::all_of(label.begin(), label.end(),
                        [](char c) { return isAsciiAlnum(c) || c == '.' || c == '_' || c == '-'; });
 }
@@ -209,8 +219,9 @@ template <typename Result>
 Result readJobFile(const std::filesystem::path& file, Result (*convert)(const PlistValue&)) {
     const std::optional<PlistValue> root = readPropertyList(file);
     if (!root)
-        throw JobError(file.string() +
-                       ": not a readable property list (missing, unreadable, malformed or too large)");
+        throw JobError(
+            file.string() +
+            ": not a readable property list (missing, unreadable, malformed or too large)");
     try {
         return convert(*root);
     } catch (const JobError& error) {
@@ -218,7 +229,9 @@ Result readJobFile(const std::filesystem::path& file, Result (*convert)(const Pl
     }
 }
 
-std::string jobLabel(const PlistValue& root) { return label(jobDictionary(root)); }
+std::string jobLabel(const PlistValue& root) {
+    return label(jobDictionary(root));
+}
 
 }  // namespace
 
@@ -226,6 +239,8 @@ JobDescription readJobDescription(const std::filesystem::path& file) {
     return readJobFile(file, jobDescriptionFrom);
 }
 
-std::string readJobLabel(const std::filesystem::path& file) { return readJobFile(file, jobLabel); }
+std::string readJobLabel(const std::filesystem::path& file) {
+    return readJobFile(file, jobLabel);
+}
 
 }  // namespace kora

@@ -14,14 +14,14 @@ namespace kora {
 
 // A job description that cannot be turned into a service; the text says why.
 class JobError : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 
 // The keys of a job description that launchctl carries over to systemd, checked.
 struct JobDescription {
-    std::string label;                           // a safe unit name (see isSafeLabel)
-    std::vector<std::string> programArguments;   // the first is an absolute path
+    std::string label;                          // a safe unit name (see isSafeLabel)
+    std::vector<std::string> programArguments;  // the first is an absolute path
     bool keepAlive = false;
     bool runAtLoad = false;
     std::optional<std::int64_t> throttleInterval;  // seconds, 0 to INT32_MAX

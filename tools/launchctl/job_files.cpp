@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
@@ -33,7 +34,9 @@ std::string smallFileText(const fs::path& path) {
     return text;
 }
 
-bool writtenByLaunchctl(const std::string& text) { return text.starts_with(kWrittenByLaunchctl); }
+bool writtenByLaunchctl(const std::string& text) {
+    return text.starts_with(kWrittenByLaunchctl);
+}
 
 bool activatesUnitOf(const std::string& text, const std::string& label) {
     return writtenByLaunchctl(text) &&
@@ -49,7 +52,8 @@ bool activatesUnitOf(const std::string& text, const std::string& label) {
 void createFolder(const fs::path& folder) {
     std::error_code error;
     fs::create_directories(folder, error);
-    if (error) throw std::runtime_error("cannot create " + folder.string() + ": " + error.message());
+    if (error)
+        throw std::runtime_error("cannot create " + folder.string() + ": " + error.message());
 }
 
 void removeFile(const fs::path& path) {
@@ -63,7 +67,9 @@ void removeFile(const fs::path& path) {
 ServiceFolders::ServiceFolders(const fs::path& root)
     : units(root / "etc/systemd/system"), activations(root / "usr/share/dbus-1/system-services") {}
 
-fs::path ServiceFolders::unitFile(const std::string& label) const { return units / unitName(label); }
+fs::path ServiceFolders::unitFile(const std::string& label) const {
+    return units / unitName(label);
+}
 
 fs::path ServiceFolders::activationFile(const std::string& busName) const {
     return activations / (busName + ".service");
@@ -98,7 +104,8 @@ void writeJobFiles(const JobDescription& job, const ServiceFolders& folders) {
 UnitFile unitFileState(const std::string& label, const ServiceFolders& folders) {
     const fs::path unit = folders.unitFile(label);
     if (!somethingAt(unit)) return UnitFile::Absent;
-    return writtenByLaunchctl(smallFileText(unit)) ? UnitFile::WrittenByLaunchctl : UnitFile::Foreign;
+    return writtenByLaunchctl(smallFileText(unit)) ? UnitFile::WrittenByLaunchctl
+                                                   : UnitFile::Foreign;
 }
 
 void removeJobFiles(const std::string& label, const ServiceFolders& folders) {
@@ -107,7 +114,8 @@ void removeJobFiles(const std::string& label, const ServiceFolders& folders) {
     std::vector<fs::path> activations;
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(folders.activations, error)) {
-        if (entry.path().extension() == ".service" && activatesUnitOf(smallFileText(entry.path()), label))
+        if (entry.path().extension() == ".service" &&
+            activatesUnitOf(smallFileText(entry.path()), label))
             activations.push_back(entry.path());
     }
     for (const fs::path& file : activations) removeFile(file);

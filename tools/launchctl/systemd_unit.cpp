@@ -17,12 +17,18 @@ bool needsQuotes(std::string_view argument) {
 // systemd's C-style escape for a character inside double quotes.
 std::string escaped(char c) {
     switch (c) {
-        case '\\': return "\\\\";
-        case '"': return "\\\"";
-        case '\n': return "\\n";
-        case '\t': return "\\t";
-        case '\r': return "\\r";
-        default: break;
+        case '\\':
+            return "\\\\";
+        case '"':
+            return "\\\"";
+        case '\n':
+            return "\\n";
+        case '\t':
+            return "\\t";
+        case '\r':
+            return "\\r";
+        default:
+            break;
     }
     const auto byte = static_cast<unsigned char>(c);
     if (byte >= ' ' && byte != 0x7f) return std::string(1, c);
@@ -37,19 +43,26 @@ std::string withoutSpecifiers(std::string_view text) {
     return result;
 }
 
-std::string appendOutput(const std::string& path) { return "append:" + withoutSpecifiers(path); }
+std::string appendOutput(const std::string& path) {
+    return "append:" + withoutSpecifiers(path);
+}
 
 }  // namespace
 
-std::string unitName(const std::string& label) { return label + ".service"; }
+std::string unitName(const std::string& label) {
+    return label + ".service";
+}
 
 std::string execArgument(std::string_view argument) {
     const bool quote = needsQuotes(argument);
     std::string result = quote ? "\"" : "";
     for (const char c : argument) {
-        if (c == '%') result += "%%";
-        else if (c == '$') result += "$$";  // "$NAME" would expand a variable
-        else result += escaped(c);
+        if (c == '%')
+            result += "%%";
+        else if (c == '$')
+            result += "$$";  // "$NAME" would expand a variable
+        else
+            result += escaped(c);
     }
     if (quote) result += '"';
     return result;
