@@ -180,6 +180,19 @@ TEST_F(LaunchctlAdapter, LeavesAloneEveryFileItDidNotWrite) {
     EXPECT_EQ(fileText(activation("org.example.Bus")), theirs);
 }
 
+TEST_F(LaunchctlAdapter, WritesNoFileWhenOneOfItsFoldersCannotBeMade) {
+    const fs::path file =
+        job(helperJob("com.example.Helper", "/opt/helper", "<key>org.example.Bus</key><true/>"));
+    writeFileText(root() / "usr/share/dbus-1/system-services", "a file where a folder belongs");
+    const ProgramRun run = launchctl("load", file);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(
+        run.err.find("cannot create " + (root() / "usr/share/dbus-1/system-services").string()),
+        std::string::npos)
+        << run.err;
+    EXPECT_EQ(filesBelowRoot(), std::vector<std::string>{"usr/share/dbus-1/system-services"});
+}
+
 struct BadJob {
     const char* name;
     std::string content;
