@@ -87,8 +87,8 @@ class KoradInSandbox : public testing::Test {
             "KORAD=" KORAD_BINARY " KORACTL=" KORACTL_BINARY " OUT=" + out().string() + "\n. " +
             kSource + "/tests/e2e/session.sh\n";
         return run({"timeout", "120", kSource + "/scripts/korad-sandbox", "--bus", dir_.path(),
-                    "--bind", out(), "--ro-bind", kSource, "--ro-bind", KORAD_BUILD_DIR, "--",
-                    "bash", "-euc", preamble + script});
+                    "--adapters", KORAD_BUILD_DIR, KORAD_LIBEXEC_DIR, "--bind", out(), "--ro-bind",
+                    kSource, "--ro-bind", KORAD_BUILD_DIR, "--", "bash", "-euc", preamble + script});
     }
     std::filesystem::path out() const { return dir_.path() / "out"; }
     std::string saved(const std::string& name) const {
