@@ -6,13 +6,13 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 
 #include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include "support/command.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -20,24 +20,9 @@ namespace {
 
 const std::string kSource = KORAD_SOURCE_DIR;
 
-struct Outcome {
-    int status = -1;
-    std::string output;  // standard output and error together
-};
+using Outcome = CommandOutcome;
 
-Outcome run(const std::vector<std::string>& command) {
-    std::vector<char*> argv;
-    for (const auto& word : command) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    g_autofree gchar* out = nullptr;
-    g_autofree gchar* err = nullptr;
-    int wait = 0;
-    g_autoptr(GError) error = nullptr;
-    if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, &out,
-                      &err, &wait, &error))
-        return {-1, error->message};
-    return {WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, std::string(out) + err};
-}
+Outcome run(const std::vector<std::string>& command) { return runCommand(command); }
 
 class KoradInSandbox : public testing::Test {
   protected:
