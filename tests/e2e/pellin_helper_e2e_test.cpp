@@ -40,7 +40,7 @@ class PellinHelperInSandbox : public testing::Test {
                                          fs::perms::others_exec);
         fs::create_directory(out());
         fs::create_directory(sbin());
-        const auto bus = runCommand({kSource + "/scripts/private-bus", dir_.path()});
+        const auto bus = startBus();
         ASSERT_EQ(bus.status, 0) << bus.output;
         busPid_ = std::stoi(bus.output);
         // The installed daemon: korad with a trailer, so that it differs from
@@ -53,6 +53,11 @@ class PellinHelperInSandbox : public testing::Test {
     }
     void TearDown() override {
         if (busPid_ > 0) kill(busPid_, SIGTERM);
+    }
+
+    // A bus at dir_/bus; prints the bus daemon's process ID.
+    virtual CommandOutcome startBus() {
+        return runCommand({kSource + "/scripts/private-bus", dir_.path()});
     }
 
     CommandOutcome session(const std::string& script) {
@@ -165,6 +170,55 @@ TEST_F(PellinHelperInSandbox, RefusesUnfitCallsWithoutTouchingTheDaemonThenExits
     EXPECT_FALSE(fs::exists(out() / "restarts")) << saved("restarts");
     EXPECT_EQ(saved("helper.status"), "0\n") << saved("helper.log");
     EXPECT_NE(saved("helper.log").find("No call for a while: exiting"), std::string::npos);
+}
+
+// A bus that enforces the installed policy, as the system bus does.
+class PellinHelperOnAPolicedBus : public PellinHelperInSandbox {
+  protected:
+    CommandOutcome startBus() override {
+        const fs::path config = dir_.path() / "policed-bus.conf";
+        std::ofstream(config) << R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-BUS Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <listen>unix:path=)" << (dir_.path() / "bus").string() << R"(</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+  </policy>
+  <include>)" << kSource << R"(/packaging/com.olvara.PellinHelper.conf</include>
+</busconfig>
+)";
+        return runCommand({"dbus-daemon", "--config-file=" + config.string(), "--fork",
+                           "--print-pid", "--nosyslog"});
+    }
+};
+
+TEST_F(PellinHelperOnAPolicedBus, LetsOnlyRootOwnTheHelpersNameAndCallIt) {
+    const auto outcome = session(R"(
+        nobody="setpriv --reuid=65534 --regid=65534 --clear-groups"
+        status=0
+        # A copy that the other user may run (the build folder may be closed to it).
+        cp "$PELLIN_HELPER" /tmp/pellin-helper
+        $nobody timeout 20 /tmp/pellin-helper --target "$TARGET" > "$OUT/nobody-owns" 2>&1 ||
+            status=$?
+        echo "$status" > "$OUT/nobody-owns.status"
+        start_helper
+        {
+            install_daemon "['com.olvara.Korad']" "@as []"
+            as_user=$nobody install_daemon "['com.olvara.Korad']" "@as []"
+        } > "$OUT/calls")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output << saved("helper.log");
+    EXPECT_NE(saved("nobody-owns").find("Cannot own the name com.olvara.PellinHelper"),
+              std::string::npos)
+        << saved("nobody-owns");
+    EXPECT_EQ(saved("nobody-owns.status"), "1\n");
+    // The bus itself refuses the second call: the helper never sees it.
+    const std::string calls = saved("calls");
+    EXPECT_EQ(calls.substr(0, calls.find('\n')), "(false,)") << calls;
+    EXPECT_NE(calls.find("AccessDenied: Rejected send message"), std::string::npos) << calls;
 }
 
 }  // namespace

@@ -132,13 +132,15 @@ std::optional<kora::HelperSettings> parseCommandLine(int argc, char** argv, bool
             printHelp();
             return std::nullopt;
         }
-        const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (value == nullptr ||
-            (option != "--target" && option != "--unit" && option != "--wait" &&
-             option != "--idle")) {
-            std::fprintf(stderr, "pellin-helper: %s %s\nTry pellin-helper --help.\n",
-                         value == nullptr ? "missing value or unknown option" : "unknown option",
+        if (option != "--target" && option != "--unit" && option != "--wait" &&
+            option != "--idle") {
+            std::fprintf(stderr, "pellin-helper: unknown option %s\nTry pellin-helper --help.\n",
                          option.c_str());
+            return std::nullopt;
+        }
+        const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+        if (value == nullptr) {
+            std::fprintf(stderr, "pellin-helper: %s needs a value\n", option.c_str());
             return std::nullopt;
         }
         ++i;
