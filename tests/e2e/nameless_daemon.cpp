@@ -4,25 +4,13 @@
 
 #include <unistd.h>
 
-#include <array>
-#include <cstddef>
+#include "platform/embedded_section.h"
 
 namespace {
 
-template <std::size_t N>
-constexpr std::array<char, N - 1> withoutTerminator(const char (&text)[N]) {
-    std::array<char, N - 1> bytes{};
-    for (std::size_t i = 0; i + 1 < N; ++i) bytes[i] = text[i];
-    return bytes;
-}
-
-// Named as korad names its own section (see src/daemon/embedded_plists.cpp).
-#if defined(__clang__)
-__attribute__((section("__TEXT,__info_plist"), used, no_sanitize("address")))
-#else
-__attribute__((section("\"__TEXT,__info_plist\""), used))
-#endif
-const auto kBundleDescription = withoutTerminator(R"(<?xml version="1.0" encoding="UTF-8"?>
+// In the section where korad carries its own.
+KORA_EMBEDDED_SECTION("__TEXT,__info_plist")
+const auto kBundleDescription = kora::withoutTerminator(R"(<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
 <plist version="1.0">
 <dict>

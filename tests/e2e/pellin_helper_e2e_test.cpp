@@ -8,15 +8,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/command.h"
+#include "support/file_contents.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -25,10 +24,6 @@ namespace {
 namespace fs = std::filesystem;
 const std::string kSource = KORAD_SOURCE_DIR;
 
-std::string contents(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 class PellinHelperInSandbox : public testing::Test {
   protected:
@@ -45,7 +40,7 @@ class PellinHelperInSandbox : public testing::Test {
         busPid_ = std::stoi(bus.output);
         // The installed daemon: korad with a trailer, so that it differs from
         // the new one byte for byte and still runs.
-        oldDaemon_ = contents(KORAD_BINARY) + "installed korad";
+        oldDaemon_ = fileContents(KORAD_BINARY) + "installed korad";
         std::ofstream(target(), std::ios::binary) << oldDaemon_;
         fs::permissions(target(), fs::perms::owner_all | fs::perms::group_read |
                                       fs::perms::group_exec | fs::perms::others_read |
@@ -75,14 +70,8 @@ class PellinHelperInSandbox : public testing::Test {
     fs::path out() const { return dir_.path() / "out"; }
     fs::path sbin() const { return dir_.path() / "sbin"; }
     fs::path target() const { return sbin() / "korad"; }
-    std::string saved(const std::string& name) const { return contents(out() / name); }
-    std::vector<std::string> targetFolder() const {
-        std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(sbin()))
-            names.push_back(entry.path().filename());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
+    std::string saved(const std::string& name) const { return fileContents(out() / name); }
+    std::vector<std::string> targetFolder() const { return folderNames(sbin()); }
 
     TempDir dir_;
     int busPid_ = 0;
@@ -101,8 +90,8 @@ TEST_F(PellinHelperInSandbox, InstallsANewDaemonKeepsTheOldOneAndRestartsIt) {
         daemon_runs_target && echo yes > "$OUT/runs-new")");
     ASSERT_EQ(outcome.status, 0) << outcome.output << saved("helper.log");
     EXPECT_EQ(saved("reply"), "(true,)\n");
-    EXPECT_TRUE(contents(target()) == contents(KORAD_BINARY)) << "the new daemon is not in place";
-    EXPECT_TRUE(contents(sbin() / "korad.old") == oldDaemon_) << "the old daemon was not kept";
+    EXPECT_TRUE(fileContents(target()) == fileContents(KORAD_BINARY)) << "the new daemon is not in place";
+    EXPECT_TRUE(fileContents(sbin() / "korad.old") == oldDaemon_) << "the old daemon was not kept";
     EXPECT_EQ(targetFolder(), (std::vector<std::string>{"korad", "korad.old"}));
     EXPECT_EQ(saved("restarts"), "restart korad.service replace\n");
     EXPECT_EQ(saved("runs-new"), "yes\n") << saved("helper.log");
@@ -119,7 +108,7 @@ TEST_F(PellinHelperInSandbox, PutsTheOldDaemonBackWhenTheNewOneNeverOwnsItsName)
         daemon_runs_target && echo yes > "$OUT/runs-old")");
     ASSERT_EQ(outcome.status, 0) << outcome.output << saved("helper.log");
     EXPECT_EQ(saved("reply"), "(true,)\n");
-    EXPECT_TRUE(contents(target()) == oldDaemon_) << "the old daemon is not back";
+    EXPECT_TRUE(fileContents(target()) == oldDaemon_) << "the old daemon is not back";
     EXPECT_EQ(targetFolder(), std::vector<std::string>{"korad"});
     EXPECT_EQ(saved("restarts"), "restart korad.service replace\nrestart korad.service replace\n");
     EXPECT_NE(saved("helper.log").find("no process owned com.olvara.Korad within 2000 ms"),
@@ -165,7 +154,7 @@ TEST_F(PellinHelperInSandbox, RefusesUnfitCallsWithoutTouchingTheDaemonThenExits
     EXPECT_NE(calls[7].find("InvalidArgs"), std::string::npos) << calls[7];
     EXPECT_NE(calls[8].find("InvalidArgs"), std::string::npos) << calls[8];
     EXPECT_NE(calls[9].find("AccessDenied"), std::string::npos) << calls[9];
-    EXPECT_TRUE(contents(target()) == oldDaemon_) << "the daemon's executable changed";
+    EXPECT_TRUE(fileContents(target()) == oldDaemon_) << "the daemon's executable changed";
     EXPECT_EQ(targetFolder(), std::vector<std::string>{"korad"}) << "a file was left behind";
     EXPECT_FALSE(fs::exists(out() / "restarts")) << saved("restarts");
     EXPECT_EQ(saved("helper.status"), "0\n") << saved("helper.log");

@@ -6,15 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "executable_replacement.h"
 #include "platform/logging.h"
+#include "support/file_contents.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -22,10 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string contents(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 void write(const fs::path& file, const std::string& text) {
     std::ofstream(file, std::ios::binary) << text;
@@ -44,13 +39,7 @@ class AnExecutableReplacement : public testing::Test {
     fs::path sbin() const { return dir_.path() / "sbin"; }
     fs::path target() const { return sbin() / "korad"; }
     fs::path newDaemon() const { return dir_.path() / "new-korad"; }
-    std::vector<std::string> folder() const {
-        std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(sbin()))
-            names.push_back(entry.path().filename());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
+    std::vector<std::string> folder() const { return folderNames(sbin()); }
 
     TempDir dir_;
     ExecutableReplacement replacement_{target()};
@@ -62,18 +51,18 @@ TEST_F(AnExecutableReplacement, InstallsAnExecutableWritableOnlyByRootAndKeepsTh
     fs::permissions(newDaemon(), fs::perms::owner_read | fs::perms::owner_write);
 
     ASSERT_TRUE(replacement_.install("com.olvara.Korad", newDaemon())) << log_;
-    EXPECT_TRUE(contents(target()) == contents(KORAD_BINARY));
-    EXPECT_EQ(contents(sbin() / "korad.old"), "old daemon");
+    EXPECT_TRUE(fileContents(target()) == fileContents(KORAD_BINARY));
+    EXPECT_EQ(fileContents(sbin() / "korad.old"), "old daemon");
     EXPECT_EQ(folder(), (std::vector<std::string>{"korad", "korad.old"}));
     struct stat status {};
     ASSERT_EQ(::stat(target().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0755u);
 
     ASSERT_TRUE(replacement_.rollBack()) << log_;
-    EXPECT_EQ(contents(target()), "old daemon");
+    EXPECT_EQ(fileContents(target()), "old daemon");
     EXPECT_EQ(folder(), std::vector<std::string>{"korad"});
     EXPECT_FALSE(replacement_.rollBack()) << "nothing is left to put back";
-    EXPECT_EQ(contents(target()), "old daemon");
+    EXPECT_EQ(fileContents(target()), "old daemon");
 }
 
 TEST_F(AnExecutableReplacement, RefusesWhatIsNotTheDaemonsExecutableAndChangesNothing) {
@@ -103,7 +92,7 @@ TEST_F(AnExecutableReplacement, RefusesWhatIsNotTheDaemonsExecutableAndChangesNo
         log_.clear();
         EXPECT_FALSE(replacement_.install(row.identifier, row.file)) << row.file;
         EXPECT_NE(log_.find(row.why), std::string::npos) << row.file << ": " << log_;
-        EXPECT_EQ(contents(target()), "old daemon") << row.file;
+        EXPECT_EQ(fileContents(target()), "old daemon") << row.file;
         EXPECT_EQ(folder(), std::vector<std::string>{"korad"}) << row.file;
     }
 }

@@ -21,16 +21,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr const char* kHelperInterfaceXml = R"(<node>
-  <interface name="com.olvara.PellinHelper">
-    <method name="installDaemonWithIdentifier_andBinary">
-      <arg name="identifier" type="as" direction="in"/>
-      <arg name="binary" type="as" direction="in"/>
-      <arg name="installed" type="b" direction="out"/>
-    </method>
-  </interface>
-</node>)";
-
 // Answers each call as told, and keeps the arguments it got in GVariant text.
 struct StandInHelper {
     enum class Answer { True, False, Error, Never } answer = Answer::True;
@@ -96,7 +86,7 @@ class ASelfUpdateHelper : public testing::Test {
     void serveStandIn() {
         server_ = connect();
         static const GDBusInterfaceVTable vtable = {StandInHelper::handle, nullptr, nullptr, {}};
-        g_autoptr(GDBusNodeInfo) info = g_dbus_node_info_new_for_xml(kHelperInterfaceXml, nullptr);
+        g_autoptr(GDBusNodeInfo) info = g_dbus_node_info_new_for_xml(kPellinHelperIntrospection, nullptr);
         ASSERT_NE(g_dbus_connection_register_object(server_, kPellinHelperObjectPath,
                                                     info->interfaces[0], &vtable, &standIn_,
                                                     nullptr, nullptr),

@@ -18,17 +18,6 @@ namespace {
 
 using OptionalString = std::optional<std::string>;
 
-// GDBus refuses every call whose signature differs from this before our code runs.
-constexpr const char* kIntrospection = R"(<node>
-  <interface name="com.olvara.PellinHelper">
-    <method name="installDaemonWithIdentifier_andBinary">
-      <arg name="identifier" type="as" direction="in"/>
-      <arg name="binary" type="as" direction="in"/>
-      <arg name="installed" type="b" direction="out"/>
-    </method>
-  </interface>
-</node>)";
-
 // Refused with InvalidArgs before anything is looked at.
 class InvalidArguments : public std::runtime_error {
   public:
@@ -70,7 +59,7 @@ PellinHelperService::PellinHelperService(GDBusConnection* bus, HelperSettings se
       replacement_(settings_.target),
       idle_(std::move(idle)),
       cancellable_(g_cancellable_new()) {
-    nodeInfo_ = g_dbus_node_info_new_for_xml(kIntrospection, nullptr);
+    nodeInfo_ = g_dbus_node_info_new_for_xml(kPellinHelperIntrospection, nullptr);
     static const GDBusInterfaceVTable vtable = {handleMethodCall, nullptr, nullptr, {}};
     g_autoptr(GError) error = nullptr;
     registrationId_ = g_dbus_connection_register_object(
