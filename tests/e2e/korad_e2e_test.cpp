@@ -15,6 +15,7 @@
 
 #include "platform/input_limits.h"
 #include "support/loopback_soap_server.h"
+#include "support/command.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -22,48 +23,9 @@ namespace {
 
 const std::string kSource = KORAD_SOURCE_DIR;
 
-struct Outcome {
-    int status = -1;
-    std::string output;  // standard output and error together
-};
+using Outcome = CommandOutcome;
 
-// The default main context turns while the command runs, so a loopback
-// server of the test can answer what the session sends.
-Outcome run(const std::vector<std::string>& command) {
-    std::vector<const char*> argv;
-    for (const auto& word : command) argv.push_back(word.c_str());
-    argv.push_back(nullptr);
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GSubprocess) process = g_subprocess_newv(
-        argv.data(),
-        static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
-                                      G_SUBPROCESS_FLAGS_STDERR_MERGE),
-        &error);
-    if (!process) return {-1, error->message};
-    struct Ending {
-        bool done = false;
-        GBytes* output = nullptr;
-    } ending;
-    g_subprocess_communicate_async(
-        process, nullptr, nullptr,
-        [](GObject* source, GAsyncResult* result, gpointer data) {
-            auto* ending = static_cast<Ending*>(data);
-            g_subprocess_communicate_finish(G_SUBPROCESS(source), result, &ending->output,
-                                            nullptr, nullptr);
-            ending->done = true;
-        },
-        &ending);
-    while (!ending.done) g_main_context_iteration(nullptr, TRUE);
-    std::string output;
-    if (ending.output != nullptr) {
-        gsize size = 0;
-        const auto* data = static_cast<const char*>(g_bytes_get_data(ending.output, &size));
-        output.assign(data, size);
-        g_bytes_unref(ending.output);
-    }
-    const bool exited = g_subprocess_get_if_exited(process);
-    return {exited ? g_subprocess_get_exit_status(process) : -1, output};
-}
+Outcome run(const std::vector<std::string>& command) { return runCommand(command); }
 
 class KoradInSandbox : public testing::Test {
   protected:

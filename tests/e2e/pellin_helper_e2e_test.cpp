@@ -1,0 +1,212 @@
+// The real pellin-helper replacing the real korad, in a bubblewrap sandbox on a
+// private bus. A fake of systemd's manager object answers RestartUnit by
+// stopping the daemon's process and starting the file at the daemon's path
+// again, so the helper's whole hand-over runs: replace, restart, wait for the
+// name, and put the old executable back when no new daemon comes.
+
+#include <glib.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/command.h"
+#include "support/file_contents.h"
+#include "support/temp_dir.h"
+
+namespace kora {
+namespace {
+
+namespace fs = std::filesystem;
+const std::string kSource = KORAD_SOURCE_DIR;
+
+
+class PellinHelperInSandbox : public testing::Test {
+  protected:
+    void SetUp() override {
+        const auto probe = runCommand({"bwrap", "--ro-bind", "/", "/", "true"});
+        if (probe.status != 0) GTEST_SKIP() << "bubblewrap cannot run here: " << probe.output;
+        // Other users reach the bus socket too (a test calls as another user).
+        fs::permissions(dir_.path(), fs::perms::owner_all | fs::perms::group_exec |
+                                         fs::perms::others_exec);
+        fs::create_directory(out());
+        fs::create_directory(sbin());
+        const auto bus = startBus();
+        ASSERT_EQ(bus.status, 0) << bus.output;
+        busPid_ = std::stoi(bus.output);
+        // The installed daemon: korad with a trailer, so that it differs from
+        // the new one byte for byte and still runs.
+        oldDaemon_ = fileContents(KORAD_BINARY) + "installed korad";
+        std::ofstream(target(), std::ios::binary) << oldDaemon_;
+        fs::permissions(target(), fs::perms::owner_all | fs::perms::group_read |
+                                      fs::perms::group_exec | fs::perms::others_read |
+                                      fs::perms::others_exec);
+    }
+    void TearDown() override {
+        if (busPid_ > 0) kill(busPid_, SIGTERM);
+    }
+
+    // A bus at dir_/bus; prints the bus daemon's process ID.
+    virtual CommandOutcome startBus() {
+        return runCommand({kSource + "/scripts/private-bus", dir_.path()});
+    }
+
+    CommandOutcome session(const std::string& script) {
+        const std::string preamble = "KORAD=" KORAD_BINARY " KORACTL=" KORACTL_BINARY
+                                     " PELLIN_HELPER=" PELLIN_HELPER_BINARY
+                                     " FAKE_SYSTEMD=" FAKE_SYSTEMD_BINARY
+                                     " NAMELESS=" NAMELESS_DAEMON_BINARY " OUT=" +
+                                     out().string() + " TARGET=" + target().string() + "\n. " +
+                                     kSource + "/tests/e2e/session.sh\n. " + kSource +
+                                     "/tests/e2e/pellin_session.sh\n";
+        return runCommand({"timeout", "120", kSource + "/scripts/korad-sandbox", "--bus",
+                           dir_.path(), "--bind", out(), "--bind", sbin(), "--ro-bind", kSource,
+                           "--ro-bind", KORAD_BUILD_DIR, "--", "bash", "-euc", preamble + script});
+    }
+    fs::path out() const { return dir_.path() / "out"; }
+    fs::path sbin() const { return dir_.path() / "sbin"; }
+    fs::path target() const { return sbin() / "korad"; }
+    std::string saved(const std::string& name) const { return fileContents(out() / name); }
+    std::vector<std::string> targetFolder() const { return folderNames(sbin()); }
+
+    TempDir dir_;
+    int busPid_ = 0;
+    std::string oldDaemon_;
+};
+
+TEST_F(PellinHelperInSandbox, InstallsANewDaemonKeepsTheOldOneAndRestartsIt) {
+    const auto outcome = session(R"(
+        start_daemon_unit
+        before=$(owner com.olvara.Korad)
+        start_helper --wait 10
+        mkdir -p /tmp/Upd && cp "$KORAD" /tmp/Upd/korad
+        install_daemon "['com.olvara.Korad']" "['/tmp/Upd/korad']" > "$OUT/reply"
+        wait_until new_owner_since "$before"
+        wait_until grep -q "The new daemon runs" "$OUT/helper.log"
+        daemon_runs_target && echo yes > "$OUT/runs-new")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output << saved("helper.log");
+    EXPECT_EQ(saved("reply"), "(true,)\n");
+    EXPECT_TRUE(fileContents(target()) == fileContents(KORAD_BINARY)) << "the new daemon is not in place";
+    EXPECT_TRUE(fileContents(sbin() / "korad.old") == oldDaemon_) << "the old daemon was not kept";
+    EXPECT_EQ(targetFolder(), (std::vector<std::string>{"korad", "korad.old"}));
+    EXPECT_EQ(saved("restarts"), "restart korad.service replace\n");
+    EXPECT_EQ(saved("runs-new"), "yes\n") << saved("helper.log");
+}
+
+TEST_F(PellinHelperInSandbox, PutsTheOldDaemonBackWhenTheNewOneNeverOwnsItsName) {
+    const auto outcome = session(R"(
+        start_daemon_unit
+        start_helper --wait 2
+        mkdir -p /tmp/Upd && cp "$NAMELESS" /tmp/Upd/korad
+        install_daemon "['com.olvara.Korad']" "['/tmp/Upd/korad']" > "$OUT/reply"
+        wait_until grep -q "Restarted korad.service with the previous executable" "$OUT/helper.log"
+        wait_until has_owner
+        daemon_runs_target && echo yes > "$OUT/runs-old")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output << saved("helper.log");
+    EXPECT_EQ(saved("reply"), "(true,)\n");
+    EXPECT_TRUE(fileContents(target()) == oldDaemon_) << "the old daemon is not back";
+    EXPECT_EQ(targetFolder(), std::vector<std::string>{"korad"});
+    EXPECT_EQ(saved("restarts"), "restart korad.service replace\nrestart korad.service replace\n");
+    EXPECT_NE(saved("helper.log").find("no process owned com.olvara.Korad within 2000 ms"),
+              std::string::npos)
+        << saved("helper.log");
+    EXPECT_EQ(saved("runs-old"), "yes\n") << saved("helper.log");
+}
+
+// Each call's answer goes to "calls", one line per call, in order.
+TEST_F(PellinHelperInSandbox, RefusesUnfitCallsWithoutTouchingTheDaemonThenExitsWhenIdle) {
+    const auto outcome = session(R"(
+        start_daemon_unit
+        start_helper --idle 2
+        # Which files qualify is the file-level tests' matter; one unfit file here.
+        mkdir -p /tmp/Upd && echo text > /tmp/Upd/notes
+        cp "$KORAD" /tmp/Upd/korad
+        {
+            install_daemon "['com.olvara.Korad']" "@as []"
+            install_daemon "@as []" "['/tmp/Upd/korad']"
+            install_daemon "['com.example.Dialer']" "['/tmp/Upd/korad']"
+            install_daemon "['com.olvara.Korad']" "['/tmp/Upd/notes']"
+            install_daemon "['com.olvara.Korad']" "['/tmp/Upd/korad', '/tmp/Upd/korad']"
+            # gdbus checks the types itself; dbus-send sends what it is given.
+            dbus-send --system --print-reply --dest=com.olvara.PellinHelper \
+                /com/olvara/PellinHelper \
+                com.olvara.PellinHelper.installDaemonWithIdentifier_andBinary \
+                string:com.olvara.Korad string:/tmp/Upd/korad 2>&1 | head -n 1 || true
+            as_user="setpriv --reuid=65534 --regid=65534 --clear-groups" \
+                install_daemon "['com.olvara.Korad']" "['/tmp/Upd/korad']"
+        } > "$OUT/calls"
+        status=0
+        timeout 20 tail --pid="$helper_pid" -f /dev/null || status=$?
+        wait "$helper_pid" || status=$?
+        echo "$status" > "$OUT/helper.status")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output << saved("helper.log");
+    std::vector<std::string> calls;
+    std::istringstream lines(saved("calls"));
+    for (std::string line; std::getline(lines, line);) calls.push_back(line);
+    ASSERT_EQ(calls.size(), 7u) << saved("calls");
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(calls[i], "(false,)") << "call " << i;
+    EXPECT_NE(calls[4].find("InvalidArgs"), std::string::npos) << calls[4];
+    EXPECT_NE(calls[5].find("InvalidArgs"), std::string::npos) << calls[5];
+    EXPECT_NE(calls[6].find("AccessDenied"), std::string::npos) << calls[6];
+    EXPECT_TRUE(fileContents(target()) == oldDaemon_) << "the daemon's executable changed";
+    EXPECT_EQ(targetFolder(), std::vector<std::string>{"korad"}) << "a file was left behind";
+    EXPECT_FALSE(fs::exists(out() / "restarts")) << saved("restarts");
+    EXPECT_EQ(saved("helper.status"), "0\n") << saved("helper.log");
+    EXPECT_NE(saved("helper.log").find("No call for a while: exiting"), std::string::npos);
+}
+
+// A bus that enforces the installed policy, as the system bus does.
+class PellinHelperOnAPolicedBus : public PellinHelperInSandbox {
+  protected:
+    CommandOutcome startBus() override {
+        const fs::path config = dir_.path() / "policed-bus.conf";
+        std::ofstream(config) << R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-BUS Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <listen>unix:path=)" << (dir_.path() / "bus").string() << R"(</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+  </policy>
+  <include>)" << kSource << R"(/packaging/com.olvara.PellinHelper.conf</include>
+</busconfig>
+)";
+        return runCommand({"dbus-daemon", "--config-file=" + config.string(), "--fork",
+                           "--print-pid", "--nosyslog"});
+    }
+};
+
+TEST_F(PellinHelperOnAPolicedBus, LetsOnlyRootOwnTheHelpersNameAndCallIt) {
+    const auto outcome = session(R"(
+        nobody="setpriv --reuid=65534 --regid=65534 --clear-groups"
+        status=0
+        # A copy that the other user may run (the build folder may be closed to it).
+        cp "$PELLIN_HELPER" /tmp/pellin-helper
+        $nobody timeout 20 /tmp/pellin-helper --target "$TARGET" > "$OUT/nobody-owns" 2>&1 ||
+            status=$?
+        echo "$status" > "$OUT/nobody-owns.status"
+        start_helper
+        {
+            install_daemon "['com.olvara.Korad']" "@as []"
+            as_user=$nobody install_daemon "['com.olvara.Korad']" "@as []"
+        } > "$OUT/calls")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output << saved("helper.log");
+    EXPECT_NE(saved("nobody-owns").find("Cannot own the name com.olvara.PellinHelper"),
+              std::string::npos)
+        << saved("nobody-owns");
+    EXPECT_EQ(saved("nobody-owns.status"), "1\n");
+    // The bus itself refuses the second call: the helper never sees it.
+    const std::string calls = saved("calls");
+    EXPECT_EQ(calls.substr(0, calls.find('\n')), "(false,)") << calls;
+    EXPECT_NE(calls.find("AccessDenied: Rejected send message"), std::string::npos) << calls;
+}
+
+}  // namespace
+}  // namespace kora
