@@ -16,8 +16,8 @@ class Reachability {
 
     virtual ~Reachability() = default;
 
-    // The host's flags, or none when the question cannot be asked (an empty or
-    // malformed host name).
+    // The host's flags, or none when the question cannot be asked (an empty
+    // host name).
     virtual std::optional<Flags> flagsForHost(const std::string& host) = 0;
 };
 

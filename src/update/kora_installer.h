@@ -168,9 +168,8 @@ class KoraInstaller {
     bool HasInternetConnection() const;
 
   private:
-    OptionalString bundlePathFor(const OptionalString& identifier) const;
     std::optional<uid_t> userToStartAs(const std::string& identifier,
-                                       const std::filesystem::path& bundle) const;
+                                       const std::filesystem::path& bundle);
 
     KoraInstallerContext context_;
     // Who ran each application that KillApplication stopped, by identifier.
