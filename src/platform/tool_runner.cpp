@@ -43,12 +43,13 @@ ToolRunner::Bytes LiveToolRunner::run(const std::filesystem::path& program,
         &error);
     if (process == nullptr) return {};
 
-    // No input is given, so the input pipe is closed as soon as the exchange
+    // The input is empty, so the input pipe is closed as soon as the exchange
     // starts. The default context keeps turning (the daemon's nested-wait rule),
     // and the exchange ends only when the output is drained and the tool has
     // exited.
+    g_autoptr(GBytes) noInput = g_bytes_new(nullptr, 0);
     Communication communication;
-    g_subprocess_communicate_async(process, nullptr, nullptr, communicated, &communication);
+    g_subprocess_communicate_async(process, noInput, nullptr, communicated, &communication);
     while (!communication.done) g_main_context_iteration(nullptr, TRUE);
 
     g_autoptr(GBytes) output = communication.output;
