@@ -1,6 +1,7 @@
 #include "platform/digest.h"
 
 #include <fcntl.h>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <unistd.h>
 
@@ -15,8 +16,8 @@ namespace {
 using DigestContext = std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)>;
 
 // Large enough that system calls cost nothing next to hashing, small enough to
-// stay in the cache; 1 MiB matched `openssl sha1` on this machine.
-constexpr std::size_t kReadBufferSize = 1 << 20;
+// stay in the cache (bench/hash_bench).
+constexpr std::size_t kReadBufferSize = 256 << 10;
 
 std::string upperHex(const unsigned char* bytes, unsigned int length) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
@@ -30,6 +31,11 @@ std::string upperHex(const unsigned char* bytes, unsigned int length) {
 }
 
 DigestContext startDigest(const EVP_MD* type) {
+    // Plain digests need no configuration. Not reading the system's openssl.cnf
+    // saves 0.6 MB of resident memory and keeps a system file from changing how
+    // the daemon checks archives.
+    static const bool initialised = OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) == 1;
+    if (!initialised) std::abort();
     DigestContext context(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
     if (!context || EVP_DigestInit_ex(context.get(), type, nullptr) != 1) std::abort();
     return context;
