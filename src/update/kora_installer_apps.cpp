@@ -25,6 +25,18 @@ fs::path stagingPathFor(const fs::path& path) {
     return path.parent_path() / ("." + path.filename().string() + ".korad-" + std::to_string(random()));
 }
 
+// The item a destination names, without a trailing separator. One that names
+// no item of its own (the root folder, "", "." or "..") is refused: replacing it
+// would remove far more than an application.
+fs::path replacedItem(const std::string& destination) {
+    fs::path item = fs::path(destination).lexically_normal();
+    if (!item.has_filename()) item = item.parent_path();
+    if (!item.has_filename() || item.filename() == "." || item.filename() == "..") {
+        throw std::invalid_argument("the destination \"" + destination + "\" names no application");
+    }
+    return item;
+}
+
 // Copies `source` to the new path `target` with its contents, modes and
 // symbolic links; a partial copy is removed again.
 std::error_code copyItem(const fs::path& source, const fs::path& target) {
@@ -83,7 +95,7 @@ bool KoraInstaller::InstallApplication(const std::string& source, const std::str
         // only when complete, so a copy that fails leaves the installed
         // application as it was. The destination entry itself is replaced; a
         // symbolic link there is not followed.
-        const fs::path installed = fs::path(destination).lexically_normal();
+        const fs::path installed = replacedItem(destination);
         const fs::path staging = stagingPathFor(installed);
         if (copyItem(source, staging)) return false;
         fs::remove_all(installed, error);

@@ -59,12 +59,14 @@ TEST_F(InstallingApplications, ReplacesTheDestinationCompletelyOrNotAtAll) {
     } rows[] = {
         {source, apps + "/Tool.app", true,
          {{"Contents/Info.plist", "new"}, {"Contents/MacOS/tool", "v2"}}, {}},
-        {source, apps + "/Deeper/Fresh.app", true,
+        {source, apps + "/Deeper/Fresh.app/", true,
          {{"Contents/Info.plist", "new"}, {"Contents/MacOS/tool", "v2"}}, {}},
         // A failed copy leaves the installed application as it was.
         {(temp.path() / "missing.app").string(), apps + "/Kept.app", false, {{"Contents/Info.plist", "kept"}}, {}},
         {source, (temp.path() / "plainfile/Tool.app").string(), false, {},
          {"Error creating folder: " + (temp.path() / "plainfile/Tool.app/").string() + " \n"}},
+        {source, "", false, {},
+         {"Exception while installing application: the destination \"\" names no application\n"}},
     };
     makeBundle(apps + "/Kept.app", {{"Contents/Info.plist", "kept"}});
     for (const auto& row : rows) {
