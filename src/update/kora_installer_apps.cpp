@@ -19,6 +19,13 @@ bool exists(const fs::path& path) {
     return fs::exists(path, error);
 }
 
+// Makes the folder, with its missing parents, when nothing is there yet; false
+// when that failed.
+bool folderPresent(const std::string& folder) {
+    std::error_code error;
+    return exists(folder) || fs::create_directories(folder, error);
+}
+
 // A name beside `path` for the new copy, not guessable in advance.
 fs::path stagingPathFor(const fs::path& path) {
     std::random_device random;
@@ -87,10 +94,7 @@ void checkDaemonIdentifier(const std::string& identifier) {
 bool KoraInstaller::InstallApplication(const std::string& source, const std::string& destination) const {
     try {
         const std::string target = destination + "/";
-        std::error_code error;
-        if (!exists(target) && !fs::create_directories(target, error)) {
-            logInfo("Error creating folder: %s \n", target.c_str());
-        }
+        if (!folderPresent(target)) logInfo("Error creating folder: %s \n", target.c_str());
         // The new copy is made beside the destination first and takes its place
         // only when complete, so a copy that fails leaves the installed
         // application as it was. The destination entry itself is replaced; a
@@ -98,6 +102,7 @@ bool KoraInstaller::InstallApplication(const std::string& source, const std::str
         const fs::path installed = replacedItem(destination);
         const fs::path staging = stagingPathFor(installed);
         if (copyItem(source, staging)) return false;
+        std::error_code error;
         fs::remove_all(installed, error);
         if (!error) fs::rename(staging, installed, error);
         if (error) {
@@ -118,13 +123,11 @@ bool KoraInstaller::InstallCompressedApplication(const std::string& archive,
                                                  const std::string& destination) const {
     try {
         const std::string target = destination + "/";
-        std::error_code error;
-        if (!exists(target) && !fs::create_directories(target, error)) {
-            logInfo("Error creating folder: %s\n", target.c_str());
-        }
+        if (!folderPresent(target)) logInfo("Error creating folder: %s\n", target.c_str());
         // Only the archive's own top-level items make room and get mode 755;
         // whatever else the folder holds keeps its contents and modes. An
         // archive that cannot be listed, or lists nothing, installs nothing.
+        std::error_code error;
         int resultCode = -1;
         const std::set<std::string> items = topLevelItems(PerformTask(ToolTable::kUnzip, {"-Z1", archive}, resultCode));
         if (resultCode != 0 || items.empty()) return false;

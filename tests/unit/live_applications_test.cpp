@@ -98,13 +98,5 @@ TEST_F(LiveLauncher, StartsTheBundlesProgramAsTheUserAndNeverAsRoot) {
     EXPECT_EQ(waitForRun(), "65534 65534 /nonexistent\n");
 }
 
-TEST_F(LiveLauncher, KnowsWhoOwnsAFolder) {
-    const fs::path folder = temp.path() / "owned";
-    fs::create_directories(folder);
-    ASSERT_EQ(::chown(folder.c_str(), 65534, 65534), 0);
-    EXPECT_EQ(launcher.ownerOf(folder), 65534u);
-    EXPECT_EQ(launcher.ownerOf(temp.path() / "missing"), std::nullopt);
-}
-
 }  // namespace
 }  // namespace kora::test
