@@ -114,21 +114,26 @@ class KoraInstaller {
                       int& resultCode) const;
 
     // Replaces `destination` by a copy of `source` (contents and attributes),
-    // then makes it mode 755 throughout. True when the removal and the copy
-    // succeeded and chmod answered 0.
+    // then makes it mode 755 throughout. The copy is made beside the
+    // destination and takes its place only when complete, so a failed copy
+    // leaves the installed application as it was. True when the copy and the
+    // replacement succeeded and chmod answered 0.
     bool InstallApplication(const std::string& source, const std::string& destination) const;
 
     // Unpacks a zip archive into the folder `destination`. The archive's
-    // top-level items replace the items of the same names; other items in the
-    // folder keep their contents and modes. True when making room succeeded and
-    // chmod on the unpacked items answered 0.
+    // top-level items (as `unzip -Z1` lists them) replace the items of the same
+    // names and get mode 755; other items in the folder keep their contents and
+    // modes. True when making room succeeded and chmod on the unpacked items
+    // answered 0; an archive that cannot be listed, or lists nothing, gives false.
     bool InstallCompressedApplication(const std::string& archive,
                                       const std::string& destination) const;
 
     // Installs `binary` as a privileged daemon: its embedded job description
     // (section "__launchd_plist"), pointed at the installed executable, becomes
     // the job file; an earlier job is unloaded and its files removed; the new
-    // job is loaded after a pause. Only the loading decides the result.
+    // job is loaded after a pause. Missing folders are made, and a leftover
+    // executable without a job file is replaced. Only the loading decides the
+    // result.
     bool InstallDaemonWithIdentifier(const std::string& identifier, const std::string& binary) const;
 
     // The property list in section `section` of the "__TEXT" segment of the
