@@ -173,6 +173,8 @@ class KoraInstaller {
     bool HasInternetConnection() const;
 
   private:
+    // Runs chmod -R 755 on the paths; true when it answered 0.
+    bool madeMode755(const std::vector<std::string>& paths) const;
     std::optional<uid_t> userToStartAs(const std::string& identifier,
                                        const std::filesystem::path& bundle);
 

@@ -110,9 +110,7 @@ bool KoraInstaller::InstallApplication(const std::string& source, const std::str
             fs::remove_all(staging, ignored);
             return false;
         }
-        int resultCode = -1;
-        PerformTask(ToolTable::kChmod, {"-R", "755", target}, resultCode);
-        return resultCode == 0;
+        return madeMode755({target});
     } catch (const std::exception& error) {
         logInfo("Exception while installing application: %s\n", error.what());
         return false;
@@ -127,26 +125,32 @@ bool KoraInstaller::InstallCompressedApplication(const std::string& archive,
         // Only the archive's own top-level items make room and get mode 755;
         // whatever else the folder holds keeps its contents and modes. An
         // archive that cannot be listed, or lists nothing, installs nothing.
-        std::error_code error;
         int resultCode = -1;
-        const std::set<std::string> items = topLevelItems(PerformTask(ToolTable::kUnzip, {"-Z1", archive}, resultCode));
+        const std::set<std::string> items =
+            topLevelItems(PerformTask(ToolTable::kUnzip, {"-Z1", archive}, resultCode));
         if (resultCode != 0 || items.empty()) return false;
+        std::vector<std::string> unpacked;
         for (const std::string& item : items) {
+            std::error_code error;
             fs::remove_all(fs::path(target) / item, error);
             if (error) return false;
+            unpacked.push_back(target + item);
         }
         resultCode = -1;
         PerformTask(ToolTable::kUnzip, {"-u", "-d", target, archive}, resultCode);
-
-        std::vector<std::string> arguments{"-R", "755"};
-        for (const std::string& item : items) arguments.push_back(target + item);
-        resultCode = -1;
-        PerformTask(ToolTable::kChmod, arguments, resultCode);
-        return resultCode == 0;
+        return madeMode755(unpacked);
     } catch (const std::exception& error) {
         logInfo("Exception while installing compressed application: %s\n", error.what());
         return false;
     }
+}
+
+bool KoraInstaller::madeMode755(const std::vector<std::string>& paths) const {
+    std::vector<std::string> arguments{"-R", "755"};
+    arguments.insert(arguments.end(), paths.begin(), paths.end());
+    int resultCode = -1;
+    PerformTask(ToolTable::kChmod, arguments, resultCode);
+    return resultCode == 0;
 }
 
 bool KoraInstaller::InstallDaemonWithIdentifier(const std::string& identifier,
