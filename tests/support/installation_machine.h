@@ -13,6 +13,7 @@
 
 #include "platform/logging.h"
 #include "platform/property_list.h"
+#include "support/installer_fixture.h"
 #include "support/temp_dir.h"
 #include "support/zip_writer.h"
 #include "update/kora_installer.h"
@@ -21,40 +22,6 @@
 #include "update/self_update_helper.h"
 
 namespace kora::test {
-
-namespace fs = std::filesystem;
-
-// The desktop services that cannot run here, answering from tables.
-struct TableWorkspace : Workspace {
-    std::map<std::string, fs::path, std::less<>> bundles;
-    std::optional<fs::path> absolutePathForAppBundleWithIdentifier(
-        std::string_view identifier) const override {
-        const auto found = bundles.find(identifier);
-        return found == bundles.end() ? std::nullopt : std::optional(found->second);
-    }
-};
-
-struct RecordingRunningApplications : RunningApplications {
-    std::vector<fs::path> terminated;
-    bool available() const override { return true; }
-    std::vector<Process> terminateApplicationsInBundle(const fs::path& bundle) override {
-        terminated.push_back(bundle);
-        return {{4242, 1000}};
-    }
-};
-
-struct RecordingLauncher : ApplicationLauncher {
-    std::vector<fs::path> launched;
-    bool launchApplication(const fs::path& bundle, uid_t) override {
-        launched.push_back(bundle);
-        return true;
-    }
-    std::optional<uid_t> ownerOf(const fs::path&) const override { return 1000; }
-};
-
-struct NoNetwork : Reachability {
-    std::optional<Flags> flagsForHost(const std::string&) override { return std::nullopt; }
-};
 
 // Preference files read and written directly: the tests run in folders they own.
 struct PlainUserPreferences : UserPreferences {
@@ -122,10 +89,10 @@ class InstallationMachine {
     const fs::path users = root / "Users";
     const fs::path calls = root / "calls.log";
 
-    TableWorkspace workspace;
-    RecordingRunningApplications running;
-    RecordingLauncher launcher;
-    NoNetwork network;
+    FakeWorkspace workspace;
+    FakeRunningApplications running;
+    FakeLauncher launcher;
+    FakeReachability network;
     PlainUserPreferences preferences;
     LiveToolRunner runner;
     RecordingHelper helper;

@@ -261,6 +261,7 @@ TEST_P(AnInstallationRun, ChecksTheDigestAndRestartsOnlyWhenAsked) {
     const RunRow& row = GetParam();
     InstallationMachine machine;
     machine.workspace.bundles["com.olvara.Tool"] = machine.applications / "Tool.app";
+    machine.launcher.owners[machine.applications / "Tool.app"] = 1000;
     auto update = machine.updateFor(scriptOf({}));
     update->setHash(row.hash(*update->hash()));
     update->setParameters(row.parameters);
@@ -275,7 +276,7 @@ TEST_P(AnInstallationRun, ChecksTheDigestAndRestartsOnlyWhenAsked) {
     EXPECT_EQ(call.succeeded, row.matches);
     EXPECT_FALSE(call.installationComplete) << "the delegate hears first";
     EXPECT_TRUE(call.archiveStillThere);
-    EXPECT_EQ(machine.running.terminated.size(), row.stopped ? 1u : 0u);
+    EXPECT_EQ(machine.running.asked.size(), row.stopped ? 1u : 0u);
     EXPECT_EQ(machine.launcher.launched.size(), row.started ? 1u : 0u);
     if (row.matches) {
         EXPECT_THAT(machine.log, IsEmpty());
