@@ -119,7 +119,7 @@ class KoraUpdate : public std::enable_shared_from_this<KoraUpdate> {
     std::optional<PlistDictionary> unpackScript(KoraInstaller& installer) const;
     void updateSelf(KoraInstaller& installer, SelfUpdateHelper* helper,
                     const PlistDictionary& script) const;
-    void cleanUpInstallation() const;
+    static void cleanUpInstallation(const std::string& archive);
 
     OptionalString identifier_;
     OptionalString updateId_;

@@ -61,6 +61,8 @@ void KoraUpdate::startInstallation(KoraInstaller& installer, SelfUpdateHelper* h
         if (delegate_ != nullptr) delegate_->installationErrorOn(self);
         return;
     }
+    // The delegate's reaction may change the record; the run keeps what it unpacked.
+    const std::string archive = *localFilePath_;
     if (parameters_ && lowerCased(*parameters_) == kRestart) installer.KillApplication(identifier_);
 
     std::optional<PlistDictionary> script = unpackScript(installer);
@@ -80,13 +82,13 @@ void KoraUpdate::startInstallation(KoraInstaller& installer, SelfUpdateHelper* h
     }
     setInstallationComplete(true);
     std::error_code ignored;
-    fs::remove(*localFilePath_, ignored);
+    fs::remove(archive, ignored);
     if (parameters_ == kRestart) installer.StartApplication(identifier_);
 
     if (outcome.succeeded && outcome.selfUpdate) {
         updateSelf(installer, helper, *script);
     } else {
-        cleanUpInstallation();
+        cleanUpInstallation(archive);
     }
 }
 
@@ -125,9 +127,9 @@ void KoraUpdate::updateSelf(KoraInstaller& installer, SelfUpdateHelper* helper,
     }
 }
 
-void KoraUpdate::cleanUpInstallation() const {
+void KoraUpdate::cleanUpInstallation(const std::string& archive) {
     try {
-        for (const std::string& path : {*localFilePath_, updateFolderOf(*localFilePath_)}) {
+        for (const std::string& path : {archive, updateFolderOf(archive)}) {
             std::error_code error;
             fs::remove_all(path, error);
             if (error) logInfo("Error cleaning up: %s", error.message().c_str());

@@ -31,6 +31,8 @@ struct PreflightRow {
     std::vector<PreflightProblem> problems;
 };
 
+void PrintTo(const PreflightRow& row, std::ostream* out) { *out << row.name; }
+
 class AnArchivePreflight : public testing::TestWithParam<PreflightRow> {};
 
 TEST_P(AnArchivePreflight, ListsEveryProblemInWords) {

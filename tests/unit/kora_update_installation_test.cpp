@@ -51,6 +51,8 @@ struct ScriptRow {
     std::string missingTool = "";
 };
 
+void PrintTo(const ScriptRow& row, std::ostream* out) { *out << row.name; }
+
 class AnInstallScript : public testing::TestWithParam<ScriptRow> {};
 
 TEST_P(AnInstallScript, RunsUntilAnActionFailsAndLogsEachStep) {
@@ -255,6 +257,8 @@ struct RunRow {
     bool started;
 };
 
+void PrintTo(const RunRow& row, std::ostream* out) { *out << row.name; }
+
 class AnInstallationRun : public testing::TestWithParam<RunRow> {};
 
 TEST_P(AnInstallationRun, ChecksTheDigestAndRestartsOnlyWhenAsked) {
@@ -342,6 +346,8 @@ struct SelfUpdateRow {
     std::vector<std::string> lines;
 };
 
+void PrintTo(const SelfUpdateRow& row, std::ostream* out) { *out << row.name; }
+
 class ASelfUpdate : public testing::TestWithParam<SelfUpdateRow> {};
 
 TEST_P(ASelfUpdate, HandsTheFirstBinaryOverOnceAndKeepsTheUpdateFolder) {
@@ -398,6 +404,8 @@ struct HostileRow {
     std::string name;
     std::function<void(ZipWriter&, const fs::path& outside)> entries;
 };
+
+void PrintTo(const HostileRow& row, std::ostream* out) { *out << row.name; }
 
 class AHostileArchive : public testing::TestWithParam<HostileRow> {};
 
