@@ -29,8 +29,12 @@ std::string updateFolderOf(const std::string& archive) {
     return fs::path(archive).replace_extension().string();
 }
 
-// An archive whose name has no extension would unpack its folder onto itself.
-bool hasExtension(const std::string& archive) { return fs::path(archive).has_extension(); }
+// An archive whose name has no extension would unpack its folder onto itself,
+// and a relative path names no folder to unpack into: "/" must never be one.
+bool canUnpackBesideItself(const std::string& archive) {
+    const fs::path path(archive);
+    return path.has_extension() && path.is_absolute();
+}
 
 // The self-update reads the first "updateself" action's "Binary" once the
 // script has finished.
@@ -102,7 +106,7 @@ bool KoraUpdate::archiveMatchesHash(const KoraInstaller& installer) const {
 // unpacked or its script read.
 std::optional<PlistDictionary> KoraUpdate::unpackScript(KoraInstaller& installer) const {
     const std::string& archive = *localFilePath_;
-    if (!hasExtension(archive)) return std::nullopt;
+    if (!canUnpackBesideItself(archive)) return std::nullopt;
     // unzip reports entries it skipped with a non-zero status; the script
     // decides whether what it needs is there.
     int resultCode = -1;
