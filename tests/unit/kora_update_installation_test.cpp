@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "preflight/archive_preflight.h"
 #include "support/installation_machine.h"
 #include "update/install_commands.h"
 #include "update/kora_update.h"
@@ -65,11 +66,17 @@ TEST_P(AnInstallScript, RunsUntilAnActionFailsAndLogsEachStep) {
     actions.push_back(dictionaryOf({{"Command", "delete"}, {"File", "@tmp/sentinel"}}));
     auto update = machine.updateFor(scriptOf(actions));
     KoraInstaller installer = machine.installer(row.missingTool);
+    const auto problems = preflightUpdateArchive(*update->localFilePath());
 
     update->startInstallation(installer, &machine.helper);
 
     ASSERT_EQ(machine.delegate.calls.size(), 1u);
     EXPECT_EQ(machine.delegate.calls[0].succeeded, row.succeeds);
+    // What stops on the script itself, rather than on a tool, the preflight reports.
+    const bool stopsOnTheScript = !row.succeeds && row.exactLog && row.missingTool.empty();
+    EXPECT_EQ(std::any_of(problems.begin(), problems.end(),
+                          [](const auto& problem) { return problem.severity == PreflightProblem::Severity::Error; }),
+              stopsOnTheScript);
     EXPECT_EQ(fs::exists(sentinel), !row.succeeds) << "the action after a failure never runs";
     std::vector<std::string> expected;
     for (const std::string& line : row.lines) expected.push_back(machine.expand(line));
@@ -122,6 +129,10 @@ const ScriptRow kScriptRows[] = {
     {"UpdatesettingWithoutDefaults",
      {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"NewValue", 1}})},
      false, {"Performing updatesetting\n", "Syntax error: Default values missing\n"}},
+    {"UpdatesettingWithATextAsForce",
+     {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"NewValue", 1},
+           {"Force", "YES"}})},
+     false, {"Performing updatesetting\n", "Syntax error: Force is not a boolean\n"}},
     {"UpdatesettingForcedNeedsNoDefaults",
      {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"NewValue", 1},
            {"Force", true}})},
