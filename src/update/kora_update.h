@@ -10,7 +10,9 @@
 
 namespace kora {
 
+class KoraInstaller;
 class KoraUpdateDelegate;
+class SelfUpdateHelper;
 
 // One update the service offered for one registered application: the
 // service's description of it, the progress flags the check sequence steers
@@ -44,9 +46,18 @@ class KoraUpdate : public std::enable_shared_from_this<KoraUpdate> {
     bool shouldPostpone() const;
 
     // The download (startDownload, pauseDownload, cancelDownload and its
-    // callbacks) and the installation (startInstallation) are added with the
-    // downloader and the install script interpreter; they report through the
-    // delegate.
+    // callbacks) is added with the downloader; it reports through the delegate.
+
+    // Installs the downloaded archive and returns when everything is done:
+    // checks it against `hash` (letter case aside), stops the application for
+    // "-restart", unpacks the archive beside itself and runs the "Actions" of
+    // its "update.plist" through `installer` until one fails. Then it tells the
+    // delegate the outcome, marks the installation complete, removes the
+    // archive, starts the application again for "-restart", and either removes
+    // the unpacked folder or, when a successful script asked for it, hands the
+    // new daemon executable to `helper` (may be null: then the folder stays).
+    // A digest mismatch only tells the delegate: nothing is unpacked or removed.
+    void startInstallation(KoraInstaller& installer, SelfUpdateHelper* helper);
 
     OptionalString identifier() const { return identifier_; }
     void setIdentifier(OptionalString value) { identifier_ = std::move(value); }
@@ -103,6 +114,12 @@ class KoraUpdate : public std::enable_shared_from_this<KoraUpdate> {
 
   private:
     friend struct KoraUpdateStringKeys;
+
+    bool archiveMatchesHash(const KoraInstaller& installer) const;
+    std::optional<PlistDictionary> unpackScript(KoraInstaller& installer) const;
+    void updateSelf(KoraInstaller& installer, SelfUpdateHelper* helper,
+                    const PlistDictionary& script) const;
+    static void cleanUpInstallation(const std::string& archive);
 
     OptionalString identifier_;
     OptionalString updateId_;
