@@ -4,15 +4,11 @@
 #include <string_view>
 
 #include "codecs/service_namespaces.h"
+#include "codecs/xml_resources.h"
 #include "codecs/value_codecs.h"
 
 namespace kora {
 namespace {
-
-struct XmlCharFree {
-    void operator()(xmlChar* text) const { xmlFree(text); }
-};
-using XmlText = std::unique_ptr<xmlChar, XmlCharFree>;
 
 bool hasName(xmlNodePtr node, const char* name) {
     return xmlStrEqual(node->name, BAD_CAST name) != 0;
@@ -44,7 +40,7 @@ std::optional<xmlNodePtr> firstValueChild(xmlNodePtr code) {
 
 // All text below the node, every Text child of a SOAP 1.2 Reason run together.
 std::string wholeContent(xmlNodePtr node) {
-    XmlText content(xmlNodeGetContent(node));
+    XmlCharBuffer content(xmlNodeGetContent(node));
     return content ? reinterpret_cast<const char*>(content.get()) : "";
 }
 

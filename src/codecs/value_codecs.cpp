@@ -10,14 +10,10 @@
 #include "dates/iso8601_parsing.h"
 #include "dates/iso8601_unparsing.h"
 #include "codecs/xml_escaping.h"
+#include "codecs/xml_resources.h"
 
 namespace kora {
 namespace {
-
-struct XmlCharFree {
-    void operator()(xmlChar* text) const { xmlFree(text); }
-};
-using XmlText = std::unique_ptr<xmlChar, XmlCharFree>;
 
 // The prefix becomes part of the literal node name; the envelope declares it.
 std::string qualifiedName(std::string_view elementName, const std::optional<std::string>& prefix) {
@@ -39,7 +35,7 @@ xmlNodePtr newValueElement(xmlDocPtr doc, std::string_view elementName,
 // unescaped once more. No text children means no text at all.
 std::optional<std::string> elementText(xmlNodePtr node) {
     if (node == nullptr) return std::nullopt;
-    XmlText text(xmlNodeListGetString(node->doc, node->children, 1));
+    XmlCharBuffer text(xmlNodeListGetString(node->doc, node->children, 1));
     if (!text) return std::nullopt;
     return stringByUnescapingXML(reinterpret_cast<const char*>(text.get()));
 }

@@ -31,16 +31,8 @@ std::string replaceInOrder(std::string_view text, const std::array<Replacement, 
     return result;
 }
 
-// The ampersand goes first, so every character is escaped exactly once...
-constexpr std::array<Replacement, 5> kEscapeSteps{{
-    {"&", "&amp;"},
-    {"\"", "&quot;"},
-    {"'", "&apos;"},
-    {"<", "&lt;"},
-    {">", "&gt;"},
-}};
-
-// ...and comes back last, so "&amp;lt;" unescapes to "&lt;" rather than "<".
+// The ampersand comes back last, so "&amp;lt;" unescapes to "&lt;" rather
+// than "<".
 constexpr std::array<Replacement, 5> kUnescapeSteps{{
     {"&quot;", "\""},
     {"&apos;", "'"},
@@ -51,8 +43,32 @@ constexpr std::array<Replacement, 5> kUnescapeSteps{{
 
 }  // namespace
 
+// One pass, so every character is escaped exactly once.
 std::string stringByEscapingXML(std::string_view text) {
-    return replaceInOrder(text, kEscapeSteps);
+    std::string result;
+    result.reserve(text.size());
+    for (const char c : text) {
+        switch (c) {
+            case '&':
+                result += "&amp;";
+                break;
+            case '"':
+                result += "&quot;";
+                break;
+            case '\'':
+                result += "&apos;";
+                break;
+            case '<':
+                result += "&lt;";
+                break;
+            case '>':
+                result += "&gt;";
+                break;
+            default:
+                result += c;
+        }
+    }
+    return result;
 }
 
 std::string stringByUnescapingXML(std::string_view text) {

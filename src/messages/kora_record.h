@@ -11,10 +11,10 @@
 #include <variant>
 #include <vector>
 
-#include "platform/date.h"
 #include "codecs/soap_fault.h"
 #include "codecs/us_boolean.h"
 #include "codecs/value_codecs.h"
+#include "platform/date.h"
 
 namespace kora {
 
@@ -24,6 +24,10 @@ class KoraRecord;
 // finds nothing readable gives std::monostate.
 using MessageValue = std::variant<std::monostate, std::string, double, Date, ByteBuffer, USBoolean,
                                   SOAPFault, std::shared_ptr<const KoraRecord>>;
+
+// The storage of a field: absent until set.
+using OptionalText = std::optional<std::string>;
+using OptionalNumber = std::optional<double>;
 
 // The value of one field as printing tools see it; std::monostate when absent.
 using FieldValue = std::variant<std::monostate, const std::string*, double, const KoraRecord*>;
@@ -88,12 +92,12 @@ class KoraRecord {
     void readField(const FieldSpec& field, xmlNodePtr element);
 };
 
-// The record types: `Derived` names itself (kTypeName) and lists its fields
-// (fieldTable()).
+// The base of each record type: `Derived` gives the xsi:type text that
+// names it on the wire (kXsiType) and its field table (fieldTable()).
 template <typename Derived>
 class KoraRecordOf : public KoraRecord {
   public:
-    std::string_view recordTypeName() const final { return Derived::kTypeName; }
+    std::string_view recordTypeName() const final { return Derived::kXsiType; }
     const std::vector<FieldSpec>& fields() const final { return Derived::fieldTable(); }
 
     static Derived deserializeNode(xmlNodePtr node) {
@@ -106,14 +110,11 @@ class KoraRecordOf : public KoraRecord {
     }
 };
 
-// How a field of declared type Value is written, read and recognised.
+// How a field of declared type Value is read and recognised.
 template <typename Value>
 struct FieldType {  // record types
     static_assert(std::is_base_of_v<KoraRecord, Value>);
-    static std::string_view name() { return Value::kTypeName; }
-    static xmlNodePtr write(const Value& value, xmlDocPtr doc, std::string_view elementName) {
-        return value.xmlNodeForDoc(doc, elementName, value.nsPrefix());
-    }
+    static std::string_view name() { return Value::kXsiType; }
     static std::optional<Value> read(xmlNodePtr element) { return Value::deserializeNode(element); }
     static std::optional<Value> fromMessageValue(MessageValue&& value) {
         const auto* record = std::get_if<std::shared_ptr<const KoraRecord>>(&value);
@@ -125,9 +126,6 @@ struct FieldType {  // record types
 
 template <typename Scalar>
 struct ScalarFieldType {
-    static xmlNodePtr write(const Scalar& value, xmlDocPtr doc, std::string_view elementName) {
-        return ValueCodec<Scalar>::xmlNodeForDoc(value, doc, elementName, std::string("KORA"));
-    }
     static std::optional<Scalar> read(xmlNodePtr element) {
         return ValueCodec<Scalar>::deserializeNode(element);
     }
@@ -147,16 +145,23 @@ struct FieldType<double> : ScalarFieldType<double> {
     static std::string_view name() { return "NSNumber"; }
 };
 
-// The table row of the field stored in `Member` of `Record`.
-template <typename Record, typename Value, std::optional<Value> Record::*Member>
+// The table row of the field stored in `Member` of `Record` (the member may
+// sit in a base class of Record that holds fields shared by several records).
+template <typename Record, typename Value, auto Member>
 FieldSpec makeField(std::string_view elementName) {
     using Type = FieldType<Value>;
     return FieldSpec{
         elementName,
         Type::name(),
         [](const KoraRecord& record, xmlDocPtr doc, std::string_view name) -> xmlNodePtr {
-            const auto& value = static_cast<const Record&>(record).*Member;
-            return value ? Type::write(*value, doc, name) : nullptr;
+            const std::optional<Value>& value = static_cast<const Record&>(record).*Member;
+            if (!value) return nullptr;
+            // A nested record names itself with its own prefix; a value gets "KORA".
+            if constexpr (std::is_base_of_v<KoraRecord, Value>) {
+                return value->xmlNodeForDoc(doc, name, value->nsPrefix());
+            } else {
+                return ValueCodec<Value>::xmlNodeForDoc(*value, doc, name, std::string("KORA"));
+            }
         },
         [](KoraRecord& record, xmlNodePtr element) {
             static_cast<Record&>(record).*Member = Type::read(element);
@@ -165,7 +170,7 @@ FieldSpec makeField(std::string_view elementName) {
             static_cast<Record&>(record).*Member = Type::fromMessageValue(std::move(value));
         },
         [](const KoraRecord& record) -> FieldValue {
-            const auto& value = static_cast<const Record&>(record).*Member;
+            const std::optional<Value>& value = static_cast<const Record&>(record).*Member;
             if (!value) return std::monostate{};
             if constexpr (std::is_same_v<Value, std::string>) {
                 return &*value;
@@ -176,6 +181,23 @@ FieldSpec makeField(std::string_view elementName) {
             }
         },
     };
+}
+
+// The rows of a field table by kind: a text ("NSString"), a number
+// ("NSNumber") or a nested record (its own xsi:type).
+template <typename Record, auto Member>
+FieldSpec textField(std::string_view elementName) {
+    return makeField<Record, std::string, Member>(elementName);
+}
+
+template <typename Record, auto Member>
+FieldSpec numberField(std::string_view elementName) {
+    return makeField<Record, double, Member>(elementName);
+}
+
+template <typename Record, typename Nested, auto Member>
+FieldSpec recordField(std::string_view elementName) {
+    return makeField<Record, Nested, Member>(elementName);
 }
 
 }  // namespace kora

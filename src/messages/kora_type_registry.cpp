@@ -25,14 +25,36 @@ MessageValue readFault(xmlNodePtr element) {
     return SOAPFault::deserializeNode(element);
 }
 
+// A record's row: its xsi:type text and its reader.
+template <typename Record>
+std::pair<const std::string, TypeReader> recordRow() {
+    return {std::string(Record::kXsiType), &readRecord<Record>};
+}
+
 using Registry = std::map<std::string, TypeReader, std::less<>>;
 
 // Built on first use and kept for the process, like the other tables of the
 // service client.
 const Registry& registry() {
-#define KORA_REGISTRY_ROW(Record) {std::string(#Record), &readRecord<Record>},
     static const Registry* const table = new Registry{
-        KORA_RECORD_TYPES(KORA_REGISTRY_ROW)  //
+        recordRow<KORA_Check>(),
+        recordRow<KORA_cUpdate>(),
+        recordRow<KORA_CheckResponse>(),
+        recordRow<KORA_DownloadError>(),
+        recordRow<KORA_cError>(),
+        recordRow<KORA_DownloadErrorResponse>(),
+        recordRow<KORA_InstallError>(),
+        recordRow<KORA_InstallErrorResponse>(),
+        recordRow<KORA_DownloadComplete>(),
+        recordRow<KORA_DownloadCompleteResponse>(),
+        recordRow<KORA_InstallComplete>(),
+        recordRow<KORA_InstallCompleteResponse>(),
+        recordRow<KORA_DownloadCancel>(),
+        recordRow<KORA_DownloadCancelResponse>(),
+        recordRow<KORA_InstallCancel>(),
+        recordRow<KORA_InstallCancelResponse>(),
+        recordRow<KORA_Uninstall>(),
+        recordRow<KORA_UninstallResponse>(),
         {"SOAPFault", &readFault},
         {"NSString", &readValue<std::string>},
         {"NSNumber", &readValue<double>},
@@ -40,7 +62,6 @@ const Registry& registry() {
         {"NSData", &readValue<ByteBuffer>},
         {"USBoolean", &readValue<USBoolean>},
     };
-#undef KORA_REGISTRY_ROW
     return *table;
 }
 

@@ -12,7 +12,7 @@ namespace kora {
 using TypeReader = MessageValue (*)(xmlNodePtr element);
 
 // The types an xsi:type attribute may name: the eighteen records under their
-// class names, "SOAPFault", and the value types "NSString", "NSNumber",
+// xsi:type texts (kXsiType), "SOAPFault", and the value types "NSString", "NSNumber",
 // "NSDate", "NSData" and "USBoolean". Null for any other name.
 TypeReader typeReaderNamed(std::string_view typeName);
 

@@ -17,27 +17,13 @@ namespace {
 // has grown past what the delegate accepts.
 constexpr gsize kReadChunkBytes = 64 * 1024;
 
-struct GErrorFree {
-    void operator()(GError* error) const { g_error_free(error); }
-};
-using ErrorPtr = std::unique_ptr<GError, GErrorFree>;
-
+// What an exchange holds beyond one scope; within a scope, g_autoptr.
 template <typename T>
 struct GObjectUnref {
     void operator()(T* object) const { g_object_unref(object); }
 };
 template <typename T>
 using ObjectPtr = std::unique_ptr<T, GObjectUnref<T>>;
-
-struct GUriUnref {
-    void operator()(GUri* uri) const { g_uri_unref(uri); }
-};
-using UriPtr = std::unique_ptr<GUri, GUriUnref>;
-
-struct GBytesUnref {
-    void operator()(GBytes* bytes) const { g_bytes_unref(bytes); }
-};
-using BytesPtr = std::unique_ptr<GBytes, GBytesUnref>;
 
 // Set by cancelAll, never cleared: the process is shutting down.
 bool allExchangesCancelled = false;
@@ -53,13 +39,14 @@ bool sendableHeader(const std::string& name, const std::string& value) {
            value.find_first_of("\r\n") == std::string::npos;
 }
 
-std::optional<std::string> checkedHttpUri(const std::string& url, UriPtr& uri) {
-    GError* raw = nullptr;
-    uri.reset(g_uri_parse(url.c_str(), static_cast<GUriFlags>(SOUP_HTTP_URI_FLAGS), &raw));
-    const ErrorPtr error(raw);
-    if (!uri) return error ? error->message : "Invalid URL";
-    const char* scheme = g_uri_get_scheme(uri.get());
-    const char* host = g_uri_get_host(uri.get());
+// `uri` receives the parsed URL (null when it does not parse); the caller
+// owns it.
+std::optional<std::string> checkedHttpUri(const std::string& url, GUri** uri) {
+    g_autoptr(GError) error = nullptr;
+    *uri = g_uri_parse(url.c_str(), static_cast<GUriFlags>(SOUP_HTTP_URI_FLAGS), &error);
+    if (*uri == nullptr) return error ? error->message : "Invalid URL";
+    const char* scheme = g_uri_get_scheme(*uri);
+    const char* host = g_uri_get_host(*uri);
     const bool http = scheme && (g_ascii_strcasecmp(scheme, "http") == 0 ||
                                  g_ascii_strcasecmp(scheme, "https") == 0);
     if (!http || host == nullptr || *host == '\0') return "Not an HTTP or HTTPS URL: " + url;
@@ -174,8 +161,8 @@ class SoupExchange final : public HttpExchange, public std::enable_shared_from_t
 
 void SoupExchange::begin(const HttpRequest& request) {
     if (allExchangesCancelled) return failLater(exchangeCancelledError());
-    UriPtr uri;
-    if (const auto problem = checkedHttpUri(request.url, uri)) {
+    g_autoptr(GUri) uri = nullptr;
+    if (const auto problem = checkedHttpUri(request.url, &uri)) {
         failLater(
             ServiceError{g_quark_to_string(G_IO_ERROR), G_IO_ERROR_INVALID_ARGUMENT, *problem});
         return;
@@ -184,7 +171,7 @@ void SoupExchange::begin(const HttpRequest& request) {
     // connection is shared with (or held by) another exchange. Without a
     // cookie jar or cache feature, cookies are only what the caller sends.
     session_.reset(soup_session_new_with_options("timeout", request.timeoutSeconds, nullptr));
-    if (!buildMessage(request, uri.get())) return;
+    if (!buildMessage(request, uri)) return;
     g_signal_connect(message_.get(), "authenticate", G_CALLBACK(onAuthenticate), this);
     soup_session_send_async(session_.get(), message_.get(), G_PRIORITY_DEFAULT, nullptr, onSent,
                             hold());
@@ -238,8 +225,8 @@ bool SoupExchange::buildMessage(const HttpRequest& request, GUri* uri) {
 // Never a Content-Length of our own (a wrong one silently cuts the body), and
 // no content type here so that the caller's Content-Type stays.
 void SoupExchange::attachBody(const std::string& body) {
-    const BytesPtr bytes(g_bytes_new(body.data(), body.size()));
-    soup_message_set_request_body_from_bytes(message_.get(), nullptr, bytes.get());
+    g_autoptr(GBytes) bytes = g_bytes_new(body.data(), body.size());
+    soup_message_set_request_body_from_bytes(message_.get(), nullptr, bytes);
 }
 
 void SoupExchange::failLater(ServiceError error) {
@@ -279,11 +266,10 @@ void SoupExchange::onSent(GObject*, GAsyncResult* result, gpointer data) {
 }
 
 void SoupExchange::sent(GAsyncResult* result) {
-    GError* raw = nullptr;
-    body_.reset(soup_session_send_finish(session_.get(), result, &raw));
-    const ErrorPtr error(raw);
+    g_autoptr(GError) error = nullptr;
+    body_.reset(soup_session_send_finish(session_.get(), result, &error));
     if (!delegate_) return stopReading();
-    if (error) return fail(errorFrom(error.get()));
+    if (error) return fail(errorFrom(error));
     tellThenReadOn("Exception while reading the reply head", [this](HttpExchangeDelegate& d) {
         return d.didReceiveResponse(replyHead(message_.get()));
     });
@@ -320,13 +306,12 @@ void SoupExchange::onChunk(GObject* source, GAsyncResult* result, gpointer data)
 }
 
 void SoupExchange::chunkRead(GInputStream* stream, GAsyncResult* result) {
-    GError* raw = nullptr;
-    const BytesPtr bytes(g_input_stream_read_bytes_finish(stream, result, &raw));
-    const ErrorPtr error(raw);
+    g_autoptr(GError) error = nullptr;
+    g_autoptr(GBytes) bytes = g_input_stream_read_bytes_finish(stream, result, &error);
     if (!delegate_) return stopReading();
-    if (error) return fail(errorFrom(error.get()));
+    if (error) return fail(errorFrom(error));
     gsize size = 0;
-    const auto* data = static_cast<const char*>(g_bytes_get_data(bytes.get(), &size));
+    const auto* data = static_cast<const char*>(g_bytes_get_data(bytes, &size));
     if (size == 0) return finish();
     tellThenReadOn("Exception while reading the reply body", [data, size](HttpExchangeDelegate& d) {
         return d.didReceiveData(std::string_view(data, size));
@@ -403,9 +388,9 @@ ServiceError exchangeTimedOutError() {
 }
 
 std::optional<std::string> hostOfUrl(const std::string& url) {
-    UriPtr uri;
-    if (checkedHttpUri(url, uri)) return std::nullopt;
-    return std::string(g_uri_get_host(uri.get()));
+    g_autoptr(GUri) uri = nullptr;
+    if (checkedHttpUri(url, &uri)) return std::nullopt;
+    return std::string(g_uri_get_host(uri));
 }
 
 std::string standardReasonPhrase(unsigned status) {

@@ -4,8 +4,6 @@
 
 #include <cmath>
 
-#include "platform/logging.h"
-#include "soap/header_description.h"
 #include "soap/kora.h"
 #include "soap/service_settings.h"
 #include "soap/soap_binding_operation.h"
@@ -71,20 +69,6 @@ std::shared_ptr<SoapBinding> SoapBinding::self() {
     return std::shared_ptr<SoapBinding>(std::shared_ptr<SoapBinding>(), this);
 }
 
-template <typename Operation>
-SoapBinding::ResponsePtr SoapBinding::callSynchronously(
-    const std::optional<typename Operation::Request>& parameters) {
-    return performSynchronousOperation(
-        std::make_shared<KoraBindingOperation<Operation>>(self(), this, parameters));
-}
-
-template <typename Operation>
-void SoapBinding::callAsynchronously(const std::optional<typename Operation::Request>& parameters,
-                                     Delegate* delegate) {
-    performAsynchronousOperation(
-        std::make_shared<KoraBindingOperation<Operation>>(self(), delegate, parameters));
-}
-
 // The wait is on the operation's own completion, not only on the binding's
 // flag: a call nested inside this one through the same binding sets that
 // flag when it ends, and must not end this wait early.
@@ -101,57 +85,129 @@ void SoapBinding::performAsynchronousOperation(
     operation->main();
 }
 
-void SoapBinding::operation(KORASoapBindingOperation&, const ResponsePtr&) {
-    synchronousOperationComplete_ = true;
+void SoapBinding::operation(KORASoapBindingOperation& operation, const ResponsePtr& response) {
+    if (response->cookies()) cookies_ = response->cookies();
+    if (operation.delegate() == this) {
+        synchronousOperationComplete_ = true;
+    } else if (operation.delegate() != nullptr) {
+        operation.delegate()->operation(operation, response);
+    }
 }
 
-HttpHeaders SoapBinding::requestHeaders(std::size_t bodyLength, std::string_view soapAction) const {
+SoapCallConfiguration SoapBinding::callConfiguration() const {
     HttpHeaders headers;
     if (cookies_ && !cookies_->empty()) headers.emplace_back("Cookie", cookieHeader(*cookies_));
     headers.emplace_back("User-Agent", kKoraUserAgent);
-    headers.emplace_back("SOAPAction", std::string(soapAction));
-    headers.emplace_back("Content-Type", "text/xml; charset=utf-8");
-    headers.emplace_back("Content-Length", std::to_string(bodyLength));
-    if (auto host = hostOfUrl(address_.value_or(""))) headers.emplace_back("Host", *host);
-    return headers;
+    return SoapCallConfiguration{
+        .kind = kind_,
+        .address = address_.value_or(""),
+        .headers = std::move(headers),
+        .timeoutSeconds = timeoutSeconds(defaultTimeout_),
+        .deadline = exchangeDeadline_,
+        .authUsername = authUsername_,
+        .authPassword = authPassword_,
+        .logXMLInOut = logXMLInOut_,
+    };
 }
 
-void SoapBinding::sendHTTPCallUsingBody(const std::string& body, std::string_view soapAction,
-                                        KORASoapBindingOperation& operation) {
-    HttpRequest request;
-    request.url = address_.value_or("");
-    request.headers = requestHeaders(body.size(), soapAction);
-    request.body = body;
-    request.timeoutSeconds = timeoutSeconds(defaultTimeout_);
-    request.deadline = exchangeDeadline_;
-    if (logXMLInOut_) {
-        logDiagnostic("OutputHeaders:\n%s",
-                      loggableTrace(headerDescription(request.headers)).c_str());
-        logDiagnostic("OutputBody:\n%s", loggableTrace(body).c_str());
-    }
-    operation.setUrlConnection(HttpExchange::start(request, operation.shared_from_this()));
+// The eight operations, each as a synchronous call, with the binding as the
+// operation's delegate, and as an asynchronous call, with the caller's.
+
+SoapBinding::ResponsePtr SoapBinding::CheckUsingParameters(
+    const std::optional<KORA_Check>& parameters) {
+    return performSynchronousOperation(
+        std::make_shared<KORASoapBinding_Check>(self(), this, parameters));
 }
 
-#define KORA_BINDING_CALLS(Name)                                                               \
-    SoapBinding::ResponsePtr SoapBinding::Name##UsingParameters(                               \
-        const std::optional<KORA_##Name>& parameters) {                                        \
-        return callSynchronously<Name##Operation>(parameters);                                 \
-    }                                                                                          \
-    void SoapBinding::Name##AsyncUsingParameters(const std::optional<KORA_##Name>& parameters, \
-                                                 Delegate* delegate) {                         \
-        callAsynchronously<Name##Operation>(parameters, delegate);                             \
-    }
+void SoapBinding::CheckAsyncUsingParameters(const std::optional<KORA_Check>& parameters,
+                                            Delegate* delegate) {
+    performAsynchronousOperation(
+        std::make_shared<KORASoapBinding_Check>(self(), delegate, parameters));
+}
 
-KORA_BINDING_CALLS(Check)
-KORA_BINDING_CALLS(DownloadError)
-KORA_BINDING_CALLS(InstallError)
-KORA_BINDING_CALLS(DownloadComplete)
-KORA_BINDING_CALLS(InstallComplete)
-KORA_BINDING_CALLS(DownloadCancel)
-KORA_BINDING_CALLS(InstallCancel)
-KORA_BINDING_CALLS(Uninstall)
+SoapBinding::ResponsePtr SoapBinding::DownloadErrorUsingParameters(
+    const std::optional<KORA_DownloadError>& parameters) {
+    return performSynchronousOperation(
+        std::make_shared<KORASoapBinding_DownloadError>(self(), this, parameters));
+}
 
-#undef KORA_BINDING_CALLS
+void SoapBinding::DownloadErrorAsyncUsingParameters(
+    const std::optional<KORA_DownloadError>& parameters, Delegate* delegate) {
+    performAsynchronousOperation(
+        std::make_shared<KORASoapBinding_DownloadError>(self(), delegate, parameters));
+}
+
+SoapBinding::ResponsePtr SoapBinding::InstallErrorUsingParameters(
+    const std::optional<KORA_InstallError>& parameters) {
+    return performSynchronousOperation(
+        std::make_shared<KORASoapBinding_InstallError>(self(), this, parameters));
+}
+
+void SoapBinding::InstallErrorAsyncUsingParameters(
+    const std::optional<KORA_InstallError>& parameters, Delegate* delegate) {
+    performAsynchronousOperation(
+        std::make_shared<KORASoapBinding_InstallError>(self(), delegate, parameters));
+}
+
+SoapBinding::ResponsePtr SoapBinding::DownloadCompleteUsingParameters(
+    const std::optional<KORA_DownloadComplete>& parameters) {
+    return performSynchronousOperation(
+        std::make_shared<KORASoapBinding_DownloadComplete>(self(), this, parameters));
+}
+
+void SoapBinding::DownloadCompleteAsyncUsingParameters(
+    const std::optional<KORA_DownloadComplete>& parameters, Delegate* delegate) {
+    performAsynchronousOperation(
+        std::make_shared<KORASoapBinding_DownloadComplete>(self(), delegate, parameters));
+}
+
+SoapBinding::ResponsePtr SoapBinding::InstallCompleteUsingParameters(
+    const std::optional<KORA_InstallComplete>& parameters) {
+    return performSynchronousOperation(
+        std::make_shared<KORASoapBinding_InstallComplete>(self(), this, parameters));
+}
+
+void SoapBinding::InstallCompleteAsyncUsingParameters(
+    const std::optional<KORA_InstallComplete>& parameters, Delegate* delegate) {
+    performAsynchronousOperation(
+        std::make_shared<KORASoapBinding_InstallComplete>(self(), delegate, parameters));
+}
+
+SoapBinding::ResponsePtr SoapBinding::DownloadCancelUsingParameters(
+    const std::optional<KORA_DownloadCancel>& parameters) {
+    return performSynchronousOperation(
+        std::make_shared<KORASoapBinding_DownloadCancel>(self(), this, parameters));
+}
+
+void SoapBinding::DownloadCancelAsyncUsingParameters(
+    const std::optional<KORA_DownloadCancel>& parameters, Delegate* delegate) {
+    performAsynchronousOperation(
+        std::make_shared<KORASoapBinding_DownloadCancel>(self(), delegate, parameters));
+}
+
+SoapBinding::ResponsePtr SoapBinding::InstallCancelUsingParameters(
+    const std::optional<KORA_InstallCancel>& parameters) {
+    return performSynchronousOperation(
+        std::make_shared<KORASoapBinding_InstallCancel>(self(), this, parameters));
+}
+
+void SoapBinding::InstallCancelAsyncUsingParameters(
+    const std::optional<KORA_InstallCancel>& parameters, Delegate* delegate) {
+    performAsynchronousOperation(
+        std::make_shared<KORASoapBinding_InstallCancel>(self(), delegate, parameters));
+}
+
+SoapBinding::ResponsePtr SoapBinding::UninstallUsingParameters(
+    const std::optional<KORA_Uninstall>& parameters) {
+    return performSynchronousOperation(
+        std::make_shared<KORASoapBinding_Uninstall>(self(), this, parameters));
+}
+
+void SoapBinding::UninstallAsyncUsingParameters(const std::optional<KORA_Uninstall>& parameters,
+                                                Delegate* delegate) {
+    performAsynchronousOperation(
+        std::make_shared<KORASoapBinding_Uninstall>(self(), delegate, parameters));
+}
 
 KORASoapBinding::KORASoapBinding() : SoapBinding(soapKind(), std::nullopt) {}
 KORASoapBinding::KORASoapBinding(const std::string& address) : SoapBinding(soapKind(), address) {}

@@ -7,26 +7,20 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/input_limits.h"
-#include "platform/http_exchange.h"
 #include "messages/kora_messages.h"
+#include "platform/http_exchange.h"
+#include "platform/input_limits.h"
 #include "soap/soap_binding_response.h"
+#include "soap/soap_call_configuration.h"
 #include "soap/soap_envelope.h"
 
 namespace kora {
 
-// What tells the two binding kinds apart: their names and error domains. On
-// the wire they are the same.
-struct BindingKind {
-    std::string_view className;
-    std::string httpErrorDomain;  // "<class>ResponseHTTP"
-    std::string xmlErrorDomain;   // "<class>ResponseXML"
-    const SoapEnvelopeWriter& (*envelope)();
-};
-
 // The client-side proxy of the update service. Each call builds the SOAP
 // envelope around its request record, posts it to `address` and hands back a
-// response. A synchronous call keeps the default GLib main context turning
+// response. Each call's operation takes the binding's settings as they are
+// when the call is made (callConfiguration()) and hands the reply's cookies
+// back in its response. A synchronous call keeps the default GLib main context turning
 // until its reply is in, so other sources (timers, D-Bus calls) run meanwhile
 // and may start calls of their own, which nest.
 //
@@ -97,24 +91,21 @@ class SoapBinding : public KORASoapBindingResponseDelegate,
         const std::shared_ptr<KORASoapBindingOperation>& operation);
     void performAsynchronousOperation(const std::shared_ptr<KORASoapBindingOperation>& operation);
 
-    // The binding is the delegate of its own synchronous calls.
+    // Every call of this binding ends here. The reply's cookies replace the
+    // binding's; then a synchronous call's wait ends, or an asynchronous
+    // call's delegate is told. (Besides marking the synchronous call
+    // complete, the binding keeps the cookies here, so that the operation
+    // never writes into its binding.)
     void operation(KORASoapBindingOperation& operation, const ResponsePtr& response) override;
 
-    // Posts the envelope for `operation` and makes the exchange its connection.
-    void sendHTTPCallUsingBody(const std::string& body, std::string_view soapAction,
-                               KORASoapBindingOperation& operation);
+    // The settings a call made now is sent with.
+    SoapCallConfiguration callConfiguration() const;
 
   protected:
     SoapBinding(const BindingKind& kind, std::optional<std::string> address);
 
   private:
-    template <typename Operation>
-    ResponsePtr callSynchronously(const std::optional<typename Operation::Request>& parameters);
-    template <typename Operation>
-    void callAsynchronously(const std::optional<typename Operation::Request>& parameters,
-                            Delegate* delegate);
     std::shared_ptr<SoapBinding> self();
-    HttpHeaders requestHeaders(std::size_t bodyLength, std::string_view soapAction) const;
 
     const BindingKind& kind_;
     std::optional<std::string> address_;

@@ -1,9 +1,8 @@
 #include "soap/soap_binding_operation.h"
 
+#include "codecs/service_namespaces.h"
 #include "platform/logging.h"
 #include "soap/header_description.h"
-#include "codecs/service_namespaces.h"
-#include "soap/service_settings.h"
 #include "soap/soap_binding.h"
 
 namespace kora {
@@ -15,18 +14,34 @@ bool isXmlContentType(const std::string& type) {
            type.find("application/xml") != std::string::npos;
 }
 
+// The POST of `body` to the configured address, with the header fields in the
+// order the service expects: the binding's, then "SOAPAction",
+// "Content-Type", "Content-Length" and "Host".
+HttpRequest soapRequest(const SoapCallConfiguration& configuration, const std::string& body,
+                        std::string_view soapAction) {
+    HttpRequest request;
+    request.url = configuration.address;
+    request.headers = configuration.headers;
+    request.headers.emplace_back("SOAPAction", std::string(soapAction));
+    request.headers.emplace_back("Content-Type", "text/xml; charset=utf-8");
+    request.headers.emplace_back("Content-Length", std::to_string(body.size()));
+    if (auto host = hostOfUrl(configuration.address)) request.headers.emplace_back("Host", *host);
+    request.body = body;
+    request.timeoutSeconds = configuration.timeoutSeconds;
+    request.deadline = configuration.deadline;
+    return request;
+}
+
 }  // namespace
 
 KORASoapBindingOperation::KORASoapBindingOperation(std::shared_ptr<SoapBinding> binding,
                                                    Delegate* delegate)
-    : binding_(std::move(binding)), delegate_(delegate) {}
+    : binding_(std::move(binding)),
+      configuration_(binding_->callConfiguration()),
+      delegate_(delegate) {}
 
 std::string KORASoapBindingOperation::soapAction() const {
     return std::string(KoraServiceNamespace) + "/" + std::string(operationName());
-}
-
-void KORASoapBindingOperation::setUrlConnection(std::shared_ptr<HttpExchange> connection) {
-    urlConnection_ = std::move(connection);
 }
 
 void KORASoapBindingOperation::main() {
@@ -35,9 +50,20 @@ void KORASoapBindingOperation::main() {
     if (const KoraRecord* parameters = parameterRecord()) {
         bodyElements.emplace_back(std::string(operationName()), parameters);
     }
-    const std::string envelope =
-        binding_->kind().envelope().serializedFormUsingHeaderElements({}, bodyElements);
-    binding_->sendHTTPCallUsingBody(envelope, soapAction(), *this);
+    sendHTTPCallUsingBody(
+        configuration_.kind.envelope().serializedFormUsingHeaderElements({}, bodyElements),
+        soapAction());
+}
+
+void KORASoapBindingOperation::sendHTTPCallUsingBody(const std::string& body,
+                                                     std::string_view soapAction) {
+    const HttpRequest request = soapRequest(configuration_, body, soapAction);
+    if (configuration_.logXMLInOut) {
+        logDiagnostic("OutputHeaders:\n%s",
+                      loggableTrace(headerDescription(request.headers)).c_str());
+        logDiagnostic("OutputBody:\n%s", loggableTrace(body).c_str());
+    }
+    urlConnection_ = HttpExchange::start(request, shared_from_this());
 }
 
 std::optional<HttpCredential> KORASoapBindingOperation::didReceiveAuthenticationChallenge(
@@ -46,16 +72,16 @@ std::optional<HttpCredential> KORASoapBindingOperation::didReceiveAuthentication
         didFailWithError(ServiceError{"Connection Authentication", 0, "Authentication Error"});
         return std::nullopt;
     }
-    return HttpCredential{binding_->authUsername(), binding_->authPassword()};
+    return HttpCredential{configuration_.authUsername, configuration_.authPassword};
 }
 
 bool KORASoapBindingOperation::didReceiveResponse(const HttpReplyHead& head) {
-    if (binding_->logXMLInOut()) {
+    if (configuration_.logXMLInOut) {
         logDiagnostic("ResponseStatus: %u\n", head.status);
         logDiagnostic("ResponseHeaders:\n%s",
                       loggableTrace(headerDescription(head.headers)).c_str());
     }
-    binding_->setCookies(head.cookies);
+    response_->setCookies(head.cookies);
     if (auto error = contentTypeError(head)) {
         didFailWithError(*error);
         return false;
@@ -72,7 +98,7 @@ bool KORASoapBindingOperation::didReceiveResponse(const HttpReplyHead& head) {
 std::optional<ServiceError> KORASoapBindingOperation::contentTypeError(
     const HttpReplyHead& head) const {
     if (head.contentType && isXmlContentType(*head.contentType)) return std::nullopt;
-    const std::string& domain = binding_->kind().httpErrorDomain;
+    const std::string& domain = configuration_.kind.httpErrorDomain;
     if (head.status < 400) {
         return ServiceError{
             domain, 1,
@@ -84,7 +110,7 @@ std::optional<ServiceError> KORASoapBindingOperation::contentTypeError(
 // Code 2 of the HTTP domain; code 1 is the wrong content type and codes from
 // 400 on are HTTP statuses.
 ServiceError KORASoapBindingOperation::tooLargeError() const {
-    return ServiceError{binding_->kind().httpErrorDomain, 2,
+    return ServiceError{configuration_.kind.httpErrorDomain, 2,
                         stringWithFormat("Reply body larger than %zu bytes", kMaxReplyBodyBytes)};
 }
 
@@ -100,7 +126,7 @@ bool KORASoapBindingOperation::didReceiveData(std::string_view chunk) {
 
 void KORASoapBindingOperation::didFailWithError(const ServiceError& error) {
     if (finished_) return;
-    if (binding_->logXMLInOut())
+    if (configuration_.logXMLInOut)
         logDiagnostic("ResponseError:\n%s", loggableTrace(error.text()).c_str());
     response_->setError(error);
     complete();
@@ -118,11 +144,11 @@ void KORASoapBindingOperation::connectionDidFinishLoading() {
 void KORASoapBindingOperation::readReplyBody() {
     static const std::string kNoBody;
     const std::string& body = responseData_ ? *responseData_ : kNoBody;
-    if (binding_->logXMLInOut()) logDiagnostic("ResponseBody:\n%s", loggableTrace(body).c_str());
+    if (configuration_.logXMLInOut) logDiagnostic("ResponseBody:\n%s", loggableTrace(body).c_str());
     SoapReply reply = readSoapReply(body, responseElementName(), responseReader());
     if (!reply.wellFormed) {
-        response_->setError(
-            ServiceError{binding_->kind().xmlErrorDomain, 1, "Errors while parsing returned XML"});
+        response_->setError(ServiceError{configuration_.kind.xmlErrorDomain, 1,
+                                         "Errors while parsing returned XML"});
         return;
     }
     if (reply.bodyParts) response_->setBodyParts(std::move(reply.bodyParts));
@@ -137,7 +163,7 @@ void KORASoapBindingOperation::complete() {
     if (const std::shared_ptr<HttpExchange> connection = std::move(urlConnection_)) {
         connection->detach();
     }
-    if (delegate_ != nullptr) delegate_->operation(*this, response_);
+    binding_->operation(*this, response_);
 }
 
 }  // namespace kora

@@ -5,28 +5,32 @@
 #include <string>
 #include <string_view>
 
-#include "platform/http_exchange.h"
 #include "messages/kora_operations.h"
+#include "platform/http_exchange.h"
 #include "soap/soap_binding_response.h"
+#include "soap/soap_call_configuration.h"
 #include "soap/soap_reply.h"
 
 namespace kora {
 
 class SoapBinding;
 
-// One call in flight: it writes the envelope, follows the HTTP exchange and
-// fills its response. It completes exactly once, on every path (reply read,
-// unreadable reply, refused content type, transport failure, second
-// authentication challenge, oversized reply), and only then tells its
+// One call in flight: it writes the envelope, sends it with the configuration
+// its binding gave it, follows the HTTP exchange and fills its response. It
+// completes exactly once, on every path (reply read, unreadable reply, refused
+// content type, transport failure, second authentication challenge, oversized
+// reply), and only then hands its response to its binding, which tells the
 // delegate. The exchange holds the operation until that moment.
 class KORASoapBindingOperation : public HttpExchangeDelegate,
                                  public std::enable_shared_from_this<KORASoapBindingOperation> {
   public:
     using Delegate = KORASoapBindingResponseDelegate;
 
+    // Takes the binding's configuration as it is now.
     KORASoapBindingOperation(std::shared_ptr<SoapBinding> binding, Delegate* delegate);
 
     SoapBinding& binding() const { return *binding_; }
+    const SoapCallConfiguration& configuration() const { return configuration_; }
     const std::shared_ptr<KORASoapBindingResponse>& response() const { return response_; }
     Delegate* delegate() const { return delegate_; }
     void setDelegate(Delegate* delegate) { delegate_ = delegate; }
@@ -45,7 +49,10 @@ class KORASoapBindingOperation : public HttpExchangeDelegate,
     // The service namespace, "/" and the operation name.
     std::string soapAction() const;
 
-    void setUrlConnection(std::shared_ptr<HttpExchange> connection);
+    // Posts the envelope and makes the exchange this operation's connection.
+    // (Here the operation sends, not its binding: it holds the configuration,
+    // so the two need not call into each other.)
+    void sendHTTPCallUsingBody(const std::string& body, std::string_view soapAction);
 
     // The exchange's reports.
     std::optional<HttpCredential> didReceiveAuthenticationChallenge(bool retrying) override;
@@ -61,6 +68,7 @@ class KORASoapBindingOperation : public HttpExchangeDelegate,
     void complete();
 
     std::shared_ptr<SoapBinding> binding_;
+    const SoapCallConfiguration configuration_;
     std::shared_ptr<KORASoapBindingResponse> response_;
     Delegate* delegate_;
     std::optional<std::string> responseData_;
@@ -99,7 +107,7 @@ class KoraBindingOperation final : public KORASoapBindingOperation {
 };
 
 // Both binding kinds send the same operations; the kind shows only in the
-// error domains, which the operation takes from its binding.
+// error domains, which the operation takes from its configuration.
 using KORASoap12BindingOperation = KORASoapBindingOperation;
 
 using KORASoapBinding_Check = KoraBindingOperation<CheckOperation>;

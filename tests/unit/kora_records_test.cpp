@@ -5,10 +5,11 @@
 #include <tuple>
 #include <vector>
 
-#include "soap/kora.h"
-#include "messages/kora_messages.h"
-#include "soap/soap_envelope.h"
 #include "codecs/xml_resources.h"
+#include "messages/kora_messages.h"
+#include "messages/kora_type_registry.h"
+#include "soap/kora.h"
+#include "soap/soap_envelope.h"
 
 namespace kora {
 namespace {
@@ -143,6 +144,30 @@ TEST_F(KoraRecords, AnEmptyOrNilCheckResultIsAnUpdateWithoutFields) {
         EXPECT_EQ(*response.CheckResult(), KORA_cUpdate());
     }
     EXPECT_FALSE(readCheckResponse("<CheckResponse/>").CheckResult());
+}
+
+// Each record's xsi:type text names it in the type registry, which reads an
+// element as that record type: a missing or crossed row would not parse.
+TEST_F(KoraRecords, EachXsiTypeTextReadsItsOwnRecordType) {
+    xmlNodePtr element = xmlNewDocNode(doc_.get(), nullptr, BAD_CAST "Any", nullptr);
+    xmlDocSetRootElement(doc_.get(), element);
+    const auto readsAsItself = [element]<typename Record>(Record) {
+        const TypeReader reader = typeReaderNamed(Record::kXsiType);
+        ASSERT_NE(reader, nullptr) << Record::kXsiType;
+        const MessageValue value = reader(element);
+        const auto* record = std::get_if<std::shared_ptr<const KoraRecord>>(&value);
+        ASSERT_NE(record, nullptr) << Record::kXsiType;
+        EXPECT_NE(dynamic_cast<const Record*>(record->get()), nullptr) << Record::kXsiType;
+        EXPECT_EQ((*record)->recordTypeName(), Record::kXsiType);
+    };
+    std::apply(
+        [&](auto... records) { (readsAsItself(records), ...); },
+        std::tuple<KORA_Check, KORA_CheckResponse, KORA_cUpdate, KORA_cError, KORA_DownloadError,
+                   KORA_DownloadErrorResponse, KORA_InstallError, KORA_InstallErrorResponse,
+                   KORA_DownloadComplete, KORA_DownloadCompleteResponse, KORA_InstallComplete,
+                   KORA_InstallCompleteResponse, KORA_DownloadCancel, KORA_DownloadCancelResponse,
+                   KORA_InstallCancel, KORA_InstallCancelResponse, KORA_Uninstall,
+                   KORA_UninstallResponse>());
 }
 
 }  // namespace
