@@ -3,12 +3,10 @@
 #include <glib.h>
 
 #include <chrono>
+#include <exception>
 #include <utility>
 
 #include "platform/logging.h"
-#include "platform/http_exchange.h"
-#include "soap/kora.h"
-#include "soap/soap_binding.h"
 #include "dates/stored_date.h"
 
 namespace kora {
@@ -28,19 +26,22 @@ gboolean tick(gpointer controller) {
     // Nothing may unwind into GLib; a failed tick is retried by the next one.
     try {
         static_cast<KoraController*>(controller)->checkSequence();
+    } catch (const std::exception& failure) {
+        logInfo("Check sequence failed, the next tick tries again: %s",
+                loggable(failure.what()).c_str());
     } catch (...) {
+        logInfo("Check sequence failed, the next tick tries again: unknown error");
     }
     return G_SOURCE_CONTINUE;
 }
 
 }  // namespace
 
-KoraController::KoraController() : KoraController(KoraControllerSettings{}) {}
-
-KoraController::KoraController(KoraControllerSettings settings)
+KoraController::KoraController(KoraControllerSettings settings, UpdateService& service)
     : dateSinceLastCheck_(storedLastCheckDate(settings.configPath)),
       lastUpdate_(kEpoch),
       configPath_(std::move(settings.configPath)),
+      service_(service),
       workspace_(settings.workspace ? std::move(settings.workspace)
                                     : std::make_shared<LiveWorkspace>()) {
     db_ = std::make_unique<KoraDB>(configPath_, *workspace_, settings.preferencesFolder,
@@ -106,17 +107,12 @@ bool KoraController::uninstall(const OptionalString& identifier) {
     // can still carry its identifiers; the local removal happens whatever the
     // service answers. Other client calls are served while the notice waits.
     const auto application = db_->registeredApplicationForIdentifier(identifier);
-    const auto binding = KORA::KORASoap12Binding();
-    binding->setLogXMLInOut(true);
     KORA_Uninstall notice;
     if (application) {
         notice.setInstallationID(application->installationID());
         notice.setProductID(application->productID());
     }
-    const auto response = binding->UninstallUsingParameters(notice);
-    if (response->firstBodyPartAs<KORA_UninstallResponse>() != nullptr) {
-        logInfo("Successfully notified KORA Server");
-    }
+    if (service_.uninstall(notice).response) logInfo("Successfully notified KORA Server");
     // A removal only shrinks the application section, so it is kept even in
     // the rare case that the file cannot take the rest of memory.
     db_->removeApplicationWithIdentifier(identifier);
@@ -142,7 +138,7 @@ OptionalString KoraController::echo(const OptionalString& text) {
 // The four outcomes change the update and store it at once, so the state
 // survives even when the service cannot be told. The notices to the service
 // (DownloadError, DownloadComplete, InstallError, InstallComplete) are sent at
-// the end of each once the service client exists.
+// the end of each, through the update service, once the notices are built.
 
 void KoraController::downloadErrorOn(const std::shared_ptr<KoraUpdate>& update) {
     update->postponeHours(24);
@@ -173,7 +169,7 @@ void KoraController::installationDidFinishFor(const std::shared_ptr<KoraUpdate>&
 
 void KoraController::beginShutdown() {
     shuttingDown_ = true;
-    HttpExchange::cancelAll();
+    service_.cancelAll();
 }
 
 void KoraController::checkSequence() {

@@ -6,6 +6,7 @@
 
 #include "controller/kora_api.h"
 #include "controller/kora_controller_settings.h"
+#include "messages/update_service.h"
 #include "platform/date.h"
 #include "registry/kora_db.h"
 #include "update/kora_update_delegate.h"
@@ -21,10 +22,9 @@ namespace kora {
 // turn the main loop.
 class KoraController : public VendedController, public KoraUpdateDelegate {
   public:
-    // The daemon's controller: the default registry file, "/Applications", and
-    // a tick of 30 seconds (or KORAD_TICK_SECONDS).
-    KoraController();
-    explicit KoraController(KoraControllerSettings settings);
+    // Every exchange with the service goes through `service`, which must
+    // outlive the controller.
+    KoraController(KoraControllerSettings settings, UpdateService& service);
     // Removes the timer; the registry writes its application section.
     ~KoraController() override;
 
@@ -58,8 +58,8 @@ class KoraController : public VendedController, public KoraUpdateDelegate {
     void checkSequence();
 
     // SIGTERM: every service exchange in flight ends at once as cancelled and
-    // every later one fails without being sent, so whatever waits on the
-    // service returns and the main loop can quit. From then on
+    // every later one fails without being sent (UpdateService::cancelAll), so
+    // whatever waits on the service returns and the main loop can quit. From then on
     // shuttingDown() is true. A check for updates whose exchanges were cut
     // short this way has not completed: it must look at shuttingDown() and
     // then leave "LastKoraCheckDate" as it was, so the next start checks again.
@@ -89,6 +89,7 @@ class KoraController : public VendedController, public KoraUpdateDelegate {
     std::filesystem::path configPath_;
     bool isModemRoaming_ = false;
     bool shuttingDown_ = false;
+    UpdateService& service_;
     std::shared_ptr<const Workspace> workspace_;  // outlives db_
     std::unique_ptr<KoraDB> db_;
 };

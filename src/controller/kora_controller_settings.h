@@ -16,12 +16,10 @@ inline constexpr std::chrono::seconds kTickInterval{30};
 inline constexpr std::chrono::seconds kHourlyThreshold{3600};
 inline constexpr std::chrono::seconds kDailyThreshold{86400};
 
-// The tick interval: KORAD_TICK_SECONDS when it holds a positive whole number
-// (development and tests only), else 30 seconds.
-std::chrono::milliseconds tickIntervalFromEnvironment();
-
 // What a controller is built on. The defaults are the daemon's; tests point
 // the paths at temporary folders and hand in their own workspace and interval.
+// Nothing here comes from the environment: the daemon's entry reads its
+// development settings and passes the values in.
 struct KoraControllerSettings {
     // The registry file, which also carries "LastKoraCheckDate".
     std::filesystem::path configPath = KoraDB::kDefaultPath;
@@ -29,7 +27,7 @@ struct KoraControllerSettings {
     std::filesystem::path preferencesFolder = KoraDB::kPreferencesFolder;
     // None: the live workspace on "/Applications".
     std::shared_ptr<const Workspace> workspace;
-    std::chrono::milliseconds tickInterval = tickIntervalFromEnvironment();
+    std::chrono::milliseconds tickInterval = kTickInterval;
     // The largest registry file written: what the reader accepts (tests lower it).
     std::size_t registryMaxBytes = kPlistMaxBytes;
 };

@@ -11,12 +11,15 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <utility>
 
 #include "controller/kora_controller.h"
 #include "daemon/dbus_vending.h"
+#include "daemon/development_settings.h"
 #include "daemon/embedded_plists.h"
 #include "platform/korad_bus_names.h"
 #include "platform/logging.h"
+#include "soap/soap_update_service.h"
 
 namespace {
 
@@ -74,7 +77,13 @@ int serve(GDBusConnection* bus, int argc) {
                   argc);
     kora::logInfo("KORA update was a success");
     kora::logInfo("Will alloc helper object");
-    auto controller = std::make_unique<kora::KoraController>();
+    const kora::DevelopmentSettings development =
+        kora::readDevelopmentSettings(kora::processEnvironment);
+    // Outlives the controller, which sends every notice through it.
+    kora::SoapUpdateService service(development.serviceAddress);
+    kora::KoraControllerSettings settings;
+    settings.tickInterval = development.tickInterval;
+    auto controller = std::make_unique<kora::KoraController>(std::move(settings), service);
     state.controller = controller.get();
     kora::logInfo("Created object with address: %" PRIxPTR,
                   reinterpret_cast<std::uintptr_t>(controller.get()));

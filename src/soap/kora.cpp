@@ -1,31 +1,31 @@
 #include "soap/kora.h"
 
-#include <cstdlib>
-#include <mutex>
-
+#include "codecs/us_globals.h"
 #include "soap/service_settings.h"
 #include "soap/soap_binding.h"
-#include "codecs/us_globals.h"
 
 namespace kora {
-
-std::string KoraServiceAddress() {
-    const char* override = std::getenv("KORAD_SERVICE_ADDRESS");
-    return override != nullptr && *override != '\0' ? override : kDefaultKoraServiceAddress;
-}
 
 void KORA::initialize() {
     registerStandardNamespaces();
 }
 
 std::shared_ptr<kora::KORASoapBinding> KORA::KORASoapBinding() {
+    return KORASoapBinding(kDefaultKoraServiceAddress);
+}
+
+std::shared_ptr<kora::KORASoapBinding> KORA::KORASoapBinding(const std::string& address) {
     initialize();
-    return std::make_shared<kora::KORASoapBinding>(KoraServiceAddress());
+    return std::make_shared<kora::KORASoapBinding>(address);
 }
 
 std::shared_ptr<kora::KORASoap12Binding> KORA::KORASoap12Binding() {
+    return KORASoap12Binding(kDefaultKoraServiceAddress);
+}
+
+std::shared_ptr<kora::KORASoap12Binding> KORA::KORASoap12Binding(const std::string& address) {
     initialize();
-    return std::make_shared<kora::KORASoap12Binding>(KoraServiceAddress());
+    return std::make_shared<kora::KORASoap12Binding>(address);
 }
 
 }  // namespace kora

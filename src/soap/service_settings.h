@@ -11,10 +11,6 @@ namespace kora {
 inline constexpr const char* kDefaultKoraServiceAddress =
     "https://" KORA_SERVICE_HOST "/telso/cm/webservices/kora2.asmx";
 
-// The endpoint the factories use: the built-in address, or the value of
-// KORAD_SERVICE_ADDRESS when that is set (development and tests only).
-std::string KoraServiceAddress();
-
 inline constexpr const char* kKoraUserAgent = "Tarvo/0.2 OSX";
 inline constexpr double kKoraDefaultTimeoutSeconds = 10;
 

@@ -19,10 +19,13 @@
 #include "platform/input_limits.h"
 #include "platform/korad_bus_names.h"
 #include "platform/nullable_string.h"
+#include "support/recording_update_service.h"
 #include "support/temp_dir.h"
 
 namespace kora {
 namespace {
+
+using testing_support::RecordingUpdateService;
 
 std::string show(const OptionalString& text) {
     return text ? "'" + *text + "'" : "<absent>";
@@ -250,9 +253,10 @@ TEST_F(DBusApi, StringArgumentsAreCappedAndStoredOnesHoldOnlyXmlCharacters) {
 // whatever they send, the registry stays one that the next start can read.
 TEST_F(DBusApi, RegistrationsSurviveARestartWhateverClientsSent) {
     const KoraControllerSettings settings = realControllerSettings();
+    RecordingUpdateService service;  // nothing here reaches the service
     const std::string huge(16 * 1024 * 1024, 'h');
     {
-        KoraController controller(settings);
+        KoraController controller(settings, service);
         serve(controller);
         EXPECT_EQ(callError(kRegisterClient, {"com.kept", "I", "P", "1.0", "/Kept.app", "B"}), -1);
         EXPECT_EQ(callError(kRegisterClient, {"com.path", "I", "P", "1.0", huge, "B"}),
@@ -261,7 +265,7 @@ TEST_F(DBusApi, RegistrationsSurviveARestartWhateverClientsSent) {
                   G_DBUS_ERROR_INVALID_ARGS);
         vending_.reset();
     }
-    KoraController restarted(settings);
+    KoraController restarted(settings, service);
     const auto application = restarted.db().registeredApplicationForIdentifier("com.kept");
     ASSERT_NE(application, nullptr);
     EXPECT_EQ(application->bundlePath(), "/Kept.app");
@@ -274,6 +278,7 @@ TEST_F(DBusApi, RegistrationsSurviveARestartWhateverClientsSent) {
 // written and read back at the next start.
 TEST_F(DBusApi, ARegistryAtItsSizeCapTakesNoChangeThatWouldPassIt) {
     const KoraControllerSettings settings = realControllerSettings();
+    RecordingUpdateService service;  // nothing here reaches the service
     const auto& file = settings.configPath;
     const auto writePadding = [&](std::size_t bytes) {
         PlistDictionary root;
@@ -290,7 +295,7 @@ TEST_F(DBusApi, ARegistryAtItsSizeCapTakesNoChangeThatWouldPassIt) {
     writePadding(1 + kPlistMaxBytes - std::filesystem::file_size(file));
     const auto paddedOnly = std::filesystem::file_size(file);
     {
-        KoraController controller(settings);
+        KoraController controller(settings, service);
         serve(controller);
         EXPECT_EQ(callError(kRegisterClient, {"com.larger", "I", "P", "1.0", "/Larger.app", "B"}),
                   G_DBUS_ERROR_LIMITS_EXCEEDED);
@@ -300,7 +305,7 @@ TEST_F(DBusApi, ARegistryAtItsSizeCapTakesNoChangeThatWouldPassIt) {
         EXPECT_EQ(std::filesystem::file_size(file), kPlistMaxBytes);
         vending_.reset();
     }
-    KoraController restarted(settings);
+    KoraController restarted(settings, service);
     EXPECT_NE(restarted.db().registeredApplicationForIdentifier("com.small"), nullptr);
 }
 

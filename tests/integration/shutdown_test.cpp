@@ -4,7 +4,6 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -12,8 +11,7 @@
 #include "platform/logging.h"
 #include "platform/property_list.h"
 #include "platform/http_exchange.h"
-#include "soap/kora.h"
-#include "soap/soap_binding.h"
+#include "soap/soap_update_service.h"
 #include "support/loopback_soap_server.h"
 #include "support/temp_dir.h"
 
@@ -26,16 +24,18 @@ TEST(Shutdown, EndsTheNoticeInFlightAndFailsEveryLaterExchangeWithoutSendingIt) 
     LoopbackSoapServer server;
     // A byte every 200 ms for 200 s: only the shutdown ends it before the deadline.
     server.answerAlways({.body = std::string(1000, ' '), .trickleMs = 200});
-    setenv("KORAD_SERVICE_ADDRESS", server.url().c_str(), 1);
+    SoapUpdateService service(server.url());
     std::vector<std::string> errors;
     setLogSink([&](LogChannel, int, const std::string& text) {
         if (text.starts_with("ResponseError:\n")) errors.push_back(text.substr(15));
     });
     TempDir temp;
     const auto registry = temp.path() / "com.olvara.korad.plist";
-    KoraController controller{KoraControllerSettings{
-        registry, temp.path() / "Preferences",
-        std::make_shared<LiveWorkspace>(temp.path() / "Applications"), std::chrono::hours(1)}};
+    KoraController controller{
+        KoraControllerSettings{registry, temp.path() / "Preferences",
+                               std::make_shared<LiveWorkspace>(temp.path() / "Applications"),
+                               std::chrono::hours(1)},
+        service};
     controller.registerClientWith("com.a", "inst-a", "prod-a", "1.0", "/A.app", "B");
 
     // As SIGTERM does in the daemon, while the notice's reply trickles in.
@@ -49,12 +49,12 @@ TEST(Shutdown, EndsTheNoticeInFlightAndFailsEveryLaterExchangeWithoutSendingIt) 
               nullptr);
 
     const std::size_t sent = server.requests.size();
-    const auto later = KORA::KORASoap12Binding()->CheckUsingParameters(KORA_Check());
-    ASSERT_TRUE(later->error());
-    EXPECT_EQ(*later->error(), exchangeCancelledError());
+    const auto later = service.check(KORA_Check());
+    ASSERT_TRUE(later.error);
+    EXPECT_EQ(*later.error, exchangeCancelledError());
+    EXPECT_FALSE(later.hasBodyParts);
     EXPECT_EQ(server.requests.size(), sent);
     setLogSink({});
-    unsetenv("KORAD_SERVICE_ADDRESS");
 }
 
 }  // namespace

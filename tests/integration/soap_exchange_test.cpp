@@ -262,15 +262,21 @@ TEST_F(SoapExchange, WithLoggingOnTheExchangeIsTracedToTheDiagnosticLog) {
                          "ResponseHeaders:", "ResponseError:"}));
 }
 
-TEST_F(SoapExchange, TheFactoriesMakeBindingsOfTheirKindForTheConfiguredAddress) {
-    unsetenv("KORAD_SERVICE_ADDRESS");
-    EXPECT_EQ(KORA::KORASoap12Binding()->address(),
-              "https://kora.olvara.com/telso/cm/webservices/kora2.asmx");
-    setenv("KORAD_SERVICE_ADDRESS", server_.url().c_str(), 1);
+TEST_F(SoapExchange, TheFactoriesMakeBindingsOfTheirKindForTheBuiltInOrAGivenAddress) {
+    const std::string builtIn = "https://" KORA_SERVICE_HOST "/telso/cm/webservices/kora2.asmx";
+    EXPECT_EQ(KORA::KORASoap12Binding()->address(), builtIn);
+    EXPECT_EQ(KORA::KORASoapBinding()->address(), builtIn);
     server_.answerAlways({.contentType = "text/plain"});
-    EXPECT_EQ(KORA::KORASoapBinding()->UninstallUsingParameters(KORA_Uninstall())->error()->domain,
+    EXPECT_EQ(KORA::KORASoapBinding(server_.url())
+                  ->UninstallUsingParameters(KORA_Uninstall())
+                  ->error()
+                  ->domain,
               "KORASoapBindingResponseHTTP");
-    unsetenv("KORAD_SERVICE_ADDRESS");
+    EXPECT_EQ(KORA::KORASoap12Binding(server_.url())
+                  ->UninstallUsingParameters(KORA_Uninstall())
+                  ->error()
+                  ->domain,
+              "KORASoap12BindingResponseHTTP");
 }
 
 // A synchronous call that, 50 ms into its wait, starts `nested` from a timer.

@@ -1,12 +1,12 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "controller/kora_controller.h"
 #include "platform/logging.h"
 #include "platform/property_list.h"
+#include "soap/soap_update_service.h"
 #include "support/loopback_soap_server.h"
 #include "support/temp_dir.h"
 
@@ -20,16 +20,12 @@ const std::string kUninstallResponse = soap11Envelope("<UninstallResponse xmlns=
 class UninstallNotice : public testing::Test {
   protected:
     UninstallNotice() {
-        setenv("KORAD_SERVICE_ADDRESS", server_.url().c_str(), 1);
         setLogSink([this](LogChannel, int, const std::string& text) {
             notices_ += text == "Successfully notified KORA Server";
         });
         registerA();
     }
-    ~UninstallNotice() override {
-        setLogSink({});
-        unsetenv("KORAD_SERVICE_ADDRESS");
-    }
+    ~UninstallNotice() override { setLogSink({}); }
 
     void registerA() {
         controller_.registerClientWith("com.a", "inst-a", "prod-a", "1.0", "/A.app", "B");
@@ -41,10 +37,13 @@ class UninstallNotice : public testing::Test {
 
     TempDir temp_;
     LoopbackSoapServer server_;
+    SoapUpdateService service_{server_.url()};
     const std::filesystem::path registry_ = temp_.path() / "com.olvara.korad.plist";
-    KoraController controller_{KoraControllerSettings{
-        registry_, temp_.path() / "Preferences",
-        std::make_shared<LiveWorkspace>(temp_.path() / "Applications"), std::chrono::hours(1)}};
+    KoraController controller_{
+        KoraControllerSettings{registry_, temp_.path() / "Preferences",
+                               std::make_shared<LiveWorkspace>(temp_.path() / "Applications"),
+                               std::chrono::hours(1)},
+        service_};
     int notices_ = 0;
 };
 

@@ -3,38 +3,39 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <stdexcept>
 #include <tuple>
 
 #include "platform/input_limits.h"
 #include "platform/logging.h"
 #include "dates/stored_date.h"
+#include "support/recording_update_service.h"
 #include "support/temp_dir.h"
 
 namespace kora {
 namespace {
 
 using namespace std::chrono_literals;
+using testing_support::RecordingUpdateService;
 using Lines = std::vector<std::string>;
 
 class AController : public testing::Test {
   protected:
     AController() {
         setLogSink([this](LogChannel, int, const std::string& text) { lines.push_back(text); });
-        // Notices go to a closed loopback port: refused at once, never the network.
-        setenv("KORAD_SERVICE_ADDRESS", "http://127.0.0.1:9/kora2.asmx", 1);
     }
-    ~AController() override {
-        unsetenv("KORAD_SERVICE_ADDRESS");
-        setLogSink({});
-    }
+    ~AController() override { setLogSink({}); }
 
     std::filesystem::path file() const { return temp.path() / "com.olvara.korad.plist"; }
-    std::unique_ptr<KoraController> start(std::chrono::milliseconds tick = 1h,
-                                          std::size_t registryMaxBytes = kPlistMaxBytes) const {
-        return std::make_unique<KoraController>(KoraControllerSettings{
-            file(), temp.path() / "Preferences",
-            std::make_shared<LiveWorkspace>(temp.path() / "Applications"), tick,
-            registryMaxBytes});
+    std::unique_ptr<KoraController> start(
+        std::chrono::milliseconds tick = 1h, std::size_t registryMaxBytes = kPlistMaxBytes,
+        std::shared_ptr<const Workspace> workspace = nullptr) {
+        if (!workspace) workspace = std::make_shared<LiveWorkspace>(temp.path() / "Applications");
+        return std::make_unique<KoraController>(
+            KoraControllerSettings{file(), temp.path() / "Preferences", std::move(workspace), tick,
+                                   registryMaxBytes},
+            service);
     }
     // A registry file holding only these root keys.
     void writeRegistry(const std::vector<PlistDictionary::Entry>& entries) const {
@@ -48,6 +49,7 @@ class AController : public testing::Test {
 
     TempDir temp;
     Lines lines;
+    RecordingUpdateService service;  // outlives the controllers of a test
 };
 
 TEST_F(AController, RegistersWithPresentAndAbsentStringsAndAlwaysAnswersTrue) {
@@ -66,8 +68,13 @@ TEST_F(AController, RegistersWithPresentAndAbsentStringsAndAlwaysAnswersTrue) {
     EXPECT_EQ(section.dictionary("com.b")->string("brand"), "Unknown");
 
     EXPECT_TRUE(controller->uninstall("com.a"));
+    service.fail = true;
     EXPECT_TRUE(controller->uninstall(std::nullopt));
     EXPECT_EQ(applications().size(), 1u);
+    EXPECT_EQ(service.calls, (Lines{"Uninstall", "Uninstall"}));
+    EXPECT_EQ(service.uninstallNotices.at(0).InstallationID(), "I");
+    EXPECT_EQ(service.uninstallNotices.at(1), KORA_Uninstall());
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Successfully notified KORA Server"), 1);
 }
 
 // The registry cap is lowered to what one registration takes, so the test
@@ -143,16 +150,104 @@ TEST_F(AController, RefreshesTheRegistryAtTheFirstTickOnTheMainLoop) {
     EXPECT_TRUE(applications().empty());
 }
 
-TEST(TheTickInterval, ComesFromTheEnvironmentOnlyWhenItIsAPositiveWholeNumber) {
-    unsetenv("KORAD_TICK_SECONDS");
-    EXPECT_EQ(tickIntervalFromEnvironment(), 30s);
-    const std::pair<const char*, std::chrono::seconds> rows[] = {
-        {"2", 2s}, {"0", 30s}, {"-5", 30s}, {"5s", 30s}, {"", 30s}, {"99999999999", 30s}};
-    for (const auto& [text, expected] : rows) {
-        setenv("KORAD_TICK_SECONDS", text, 1);
-        EXPECT_EQ(tickIntervalFromEnvironment(), expected) << text;
+// An application whose bundle has gone makes the registry ask the workspace,
+// which fails here as a broken desktop database might.
+class FailingWorkspace : public Workspace {
+  public:
+    std::optional<std::filesystem::path> absolutePathForAppBundleWithIdentifier(
+        std::string_view) const override {
+        throw std::runtime_error("workspace unavailable");
     }
-    unsetenv("KORAD_TICK_SECONDS");
+};
+
+TEST_F(AController, LogsAFailedTickAndTicksAgain) {
+    auto controller = start(20ms, kPlistMaxBytes, std::make_shared<FailingWorkspace>());
+    controller->registerClientWith("com.gone", "I", "P", "1", "/nowhere/Gone.app", "B");
+    const std::string failure =
+        "Check sequence failed, the next tick tries again: workspace unavailable";
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (std::count(lines.begin(), lines.end(), failure) < 2 &&
+           std::chrono::steady_clock::now() < deadline)
+        g_main_context_iteration(nullptr, TRUE);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), failure), 2);
+    EXPECT_EQ(controller->lastUpdate(), kEpoch);
+}
+
+TEST_F(AController, StopsTickingAndCancelsTheServiceAtShutdown) {
+    auto controller = start();
+    controller->beginShutdown();
+    EXPECT_TRUE(controller->shuttingDown());
+    EXPECT_EQ(service.calls, Lines{"cancelAll"});
+    controller->checkSequence();
+    EXPECT_EQ(controller->lastUpdate(), kEpoch);
+}
+
+// What each outcome an update reports leaves in memory and on disk. The
+// update of "com.a" (at 1.0) offers 2.0 and has been stored once before.
+struct Outcome {
+    const char* name;
+    void (KoraController::*report)(const std::shared_ptr<KoraUpdate>&);
+    bool downloadedBefore;
+    bool downloadComplete;
+    bool installationComplete;
+    std::chrono::hours postponed;  // 0: the wait-until date stays the epoch
+    bool storedInFile;             // completed updates are kept in memory only
+    const char* applicationVersion;
+};
+
+const Outcome kOutcomes[] = {
+    {"downloadErrorOn", &KoraController::downloadErrorOn, false, false, false, 24h, true, "1.0"},
+    {"downloadDidFinishFor", &KoraController::downloadDidFinishFor, false, true, false, 0h, true,
+     "1.0"},
+    {"installationErrorOn", &KoraController::installationErrorOn, true, true, true, 0h, false,
+     "1.0"},
+    {"installationDidFinishFor", &KoraController::installationDidFinishFor, true, true, true, 0h,
+     false, "2.0"},
+};
+
+TEST_F(AController, StoresEveryUpdateOutcomeAtOnce) {
+    for (const Outcome& row : kOutcomes) {
+        SCOPED_TRACE(row.name);
+        std::filesystem::remove(file());
+        auto controller = start();
+        controller->registerClientWith("com.a", "I", "P", "1.0", "/A.app", "B");
+        auto update = std::make_shared<KoraUpdate>();
+        update->setIdentifier("com.a");
+        update->setUpdateId("U");
+        update->setVersionTo("2.0");
+        update->setHasStartedDownload(true);
+        update->setDownloadComplete(row.downloadedBefore);
+        update->setHasStartedInstallation(row.downloadedBefore);
+        controller->db().updateInfoForUpdateWithIdentifier("com.a", update);
+
+        const Date before = now();
+        (controller.get()->*row.report)(update);
+        const Date after = now();
+
+        EXPECT_EQ(update->downloadComplete(), row.downloadComplete);
+        EXPECT_EQ(update->installationComplete(), row.installationComplete);
+        const Date wait = update->waitUntilDate().value_or(kEpoch);
+        if (row.postponed == 0h) {
+            EXPECT_EQ(wait, kEpoch);
+        } else {
+            EXPECT_GE(wait, before + row.postponed - 1s);  // kept to the second
+            EXPECT_LE(wait, after + row.postponed);
+        }
+        EXPECT_EQ(controller->db().getUpdateInfoForIdentifier("com.a"), update);
+        const auto root = readPropertyListDictionary(file());
+        const PlistDictionary* stored = root->dictionary("UpdateDB")->dictionary("com.a");
+        ASSERT_EQ(stored != nullptr, row.storedInFile);
+        if (stored != nullptr) {
+            const KoraUpdate restored(*stored);
+            EXPECT_EQ(restored.downloadComplete(), row.downloadComplete);
+            EXPECT_EQ(restored.installationComplete(), row.installationComplete);
+            EXPECT_EQ(stored->string("waitUntilDate"), storedDateText(wait));
+        }
+        const PlistDictionary* application = root->dictionary("KoraDB")->dictionary("com.a");
+        EXPECT_EQ(application->string("lastKnownVersion"), row.applicationVersion);
+        EXPECT_EQ(application->string("bundlePath"), "/A.app");
+        EXPECT_TRUE(service.calls.empty()) << "the notices come with the notice records";
+    }
 }
 
 }  // namespace

@@ -111,8 +111,15 @@ EXAMPLES
     kora-probe --trace --field InstallationID=abc --field ProductID=def Uninstall
 )HELP";
 
+// The tool's own development default: KORAD_SERVICE_ADDRESS when set, as the
+// daemon does.
+std::string defaultAddress() {
+    const char* address = std::getenv("KORAD_SERVICE_ADDRESS");
+    return address != nullptr && *address != '\0' ? address : kDefaultKoraServiceAddress;
+}
+
 struct Options {
-    std::string address = KoraServiceAddress();
+    std::string address = defaultAddress();
     std::vector<std::pair<std::string, std::string>> fields;
     bool soap11 = false;
     double timeout = kKoraDefaultTimeoutSeconds;
