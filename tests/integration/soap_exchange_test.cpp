@@ -20,10 +20,6 @@ namespace {
 
 using namespace testing_support;
 
-const std::string kCheckResponse = soap11Envelope(
-    "<CheckResponse xmlns=\"http://kora.olvara.com/ns/KORA\"><CheckResult>"
-    "<UpdateID>u-1</UpdateID></CheckResult></CheckResponse>");
-
 // The call's outcome in short: its error, or its body parts as record type
 // names and "Fault:<faultcode>" ("absent" when there are none).
 std::string outcome(const KORASoapBindingResponse& response) {
@@ -265,7 +261,7 @@ TEST_F(SoapExchange, WithLoggingOnTheExchangeIsTracedToTheDiagnosticLog) {
 TEST_F(SoapExchange, TheFactoriesMakeBindingsOfTheirKindForTheConfiguredAddress) {
     unsetenv("KORAD_SERVICE_ADDRESS");
     EXPECT_EQ(KORA::KORASoap12Binding()->address(),
-              "https://kora.olvara.com/telso/cm/webservices/kora2.asmx");
+              "https://" KORA_SERVICE_HOST "/telso/cm/webservices/kora2.asmx");
     setenv("KORAD_SERVICE_ADDRESS", server_.url().c_str(), 1);
     server_.answerAlways({.contentType = "text/plain"});
     EXPECT_EQ(KORA::KORASoapBinding()->UninstallUsingParameters(KORA_Uninstall())->error()->domain,
