@@ -127,16 +127,16 @@ TEST_F(ServiceExchangeRules, ARefusedBodyIsAbandonedAndItsConnectionDropped) {
 // drops its connection rather than leave the request waiting: the server
 // finds nobody to answer when its reply is ready.
 TEST_F(ServiceExchangeRules, AnExchangePastItsDeadlineLeavesNoRequestWaiting) {
-    server_.expect({.reply = {.body = kCheckResponse, .delayMs = 1000}});
+    server_.expect({.reply = {.body = kCheckResponse, .held = true}});
     auto delegate = std::make_shared<ListeningDelegate>(true);
-    const auto exchange = HttpExchange::start({.url = server_.url(),
-                                               .headers = {},
-                                               .body = "<x/>",
-                                               .deadline = std::chrono::milliseconds(100)},
-                                              delegate);
+    const auto exchange = HttpExchange::start(
+        {.url = server_.url(), .headers = {}, .body = "<x/>", .deadline = std::chrono::seconds(2)},
+        delegate);
+    spinUntil([&] { return delegate->ended; });
+    ASSERT_EQ(delegate->error, exchangeTimedOutError().text());
+    server_.releaseHeldReplies();
     spinUntil([&] { return server_.finishedReplies > 0; });
     EXPECT_EQ(server_.abandonedReplies, 1) << "the request outlived its exchange";
-    EXPECT_EQ(delegate->error, exchangeTimedOutError().text());
     EXPECT_EQ(delegate->body, "");
 }
 

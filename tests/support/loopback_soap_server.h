@@ -32,6 +32,8 @@ struct ScriptedReply {
     std::vector<std::pair<std::string, std::string>> headers{};
     bool chunked = false;
     unsigned delayMs = 0;
+    // When set, the reply waits until the test calls releaseHeldReplies.
+    bool held = false;
     // When set, the body goes out chunked, trickleBytes at a time, one piece
     // every trickleMs: a reply that never stays quiet long enough to time out.
     unsigned trickleMs = 0;
@@ -85,6 +87,7 @@ class LoopbackSoapServer {
         for (const ExpectedRequest& missing : expected_)
             ADD_FAILURE() << "the expected request " << missing.method << " " << missing.path
                           << " never came";
+        for (SoupServerMessage* message : held_) g_object_unref(message);
         for (guint timer : timers_) {
             if (g_main_context_find_source_by_id(nullptr, timer) != nullptr) g_source_remove(timer);
         }
@@ -111,6 +114,14 @@ class LoopbackSoapServer {
         expected_.push_back(std::move(request));
     }
     bool allExpectedRequestsCame() const { return expected_.empty(); }
+
+    void releaseHeldReplies() {
+        for (SoupServerMessage* message : held_) {
+            soup_server_message_unpause(message);
+            g_object_unref(message);
+        }
+        held_.clear();
+    }
 
     // Replies that are over, and those of them whose client went away before
     // the whole reply was sent. (A paused reply notices only when it goes on.)
@@ -192,6 +203,11 @@ class LoopbackSoapServer {
         if (reply.trickleMs > 0) return trickle(message, reply);
         soup_message_body_append(soup_server_message_get_response_body(message), SOUP_MEMORY_COPY,
                                  reply.body.data(), reply.body.size());
+        if (reply.held) {
+            soup_server_message_pause(message);
+            held_.push_back(SOUP_SERVER_MESSAGE(g_object_ref(message)));
+            return;
+        }
         if (reply.delayMs == 0) return;
         soup_server_message_pause(message);
         timers_.push_back(g_timeout_add_full(
@@ -248,6 +264,7 @@ class LoopbackSoapServer {
     unsigned port_ = 0;
     bool strict_ = false;
     std::deque<ExpectedRequest> expected_;
+    std::vector<SoupServerMessage*> held_;
     std::vector<guint> timers_;
 };
 
