@@ -1,6 +1,6 @@
 #include "client/kora_client.h"
 
-#include <initializer_list>
+#include <stdexcept>
 #include <vector>
 
 #include "platform/korad_bus_names.h"
@@ -15,7 +15,7 @@ using OptionalString = KoraClient::OptionalString;
 // D-Bus carries only UTF-8 text without NUL bytes. GLib would send any other
 // string as "[Invalid UTF-8]" (or cut it at the NUL), so the daemon would store
 // something the caller never gave; such a call is refused before it is sent.
-void checkSendable(std::initializer_list<const OptionalString*> texts) {
+void checkSendable(const std::vector<const OptionalString*>& texts) {
     for (const OptionalString* text : texts) {
         if (*text &&
             !g_utf8_validate((*text)->data(), static_cast<gssize>((*text)->size()), nullptr))
@@ -23,7 +23,7 @@ void checkSendable(std::initializer_list<const OptionalString*> texts) {
     }
 }
 
-GVariant* nullableStrings(std::initializer_list<const OptionalString*> texts) {
+GVariant* nullableStrings(const std::vector<const OptionalString*>& texts) {
     checkSendable(texts);
     std::vector<GVariant*> children;
     for (const OptionalString* text : texts) children.push_back(nullableStringVariant(*text));
@@ -86,62 +86,65 @@ KoraClient::~KoraClient() {
     g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
 }
 
-GVariant* KoraClient::call(const char* member, GVariant* arguments, const char* replyType) {
+GVariant* KoraClient::call(KoradMember member, GVariant* arguments) {
+    const KoradMemberDescription& description = describe(member);
+    const std::string name(description.name);
+    const gsize count = arguments ? g_variant_n_children(arguments) : 0;
+    if (count != description.arguments.size()) {
+        if (arguments) g_variant_unref(g_variant_ref_sink(arguments));
+        throw std::logic_error(name + " called with an argument count other than the table's");
+    }
     g_autoptr(GError) error = nullptr;
     GVariant* reply = g_dbus_connection_call_sync(
-        connection_.get(), kKoradBusName, kKoradObjectPath, kKoradInterface, member, arguments,
-        G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NONE,
+        connection_.get(), kKoradBusName, kKoradObjectPath, kKoradInterface, name.c_str(),
+        arguments, G_VARIANT_TYPE(replyTupleType(description.reply)), G_DBUS_CALL_FLAGS_NONE,
         static_cast<gint>(kCallReplyTimeout.count()), nullptr, &error);
-    if (reply == nullptr) throw KoraClientError(describeCallError(member, error));
+    if (reply == nullptr) throw KoraClientError(describeCallError(name.c_str(), error));
     return reply;
 }
 
-bool KoraClient::callForBoolean(const char* member, GVariant* arguments) {
-    g_autoptr(GVariant) reply = call(member, arguments, "(b)");
+bool KoraClient::callForBoolean(KoradMember member, GVariant* arguments) {
+    g_autoptr(GVariant) reply = call(member, arguments);
     gboolean result = FALSE;
     g_variant_get(reply, "(b)", &result);
     return result;
 }
 
-OptionalString KoraClient::callForString(const char* member, GVariant* arguments) {
-    g_autoptr(GVariant) reply = call(member, arguments, "(as)");
+OptionalString KoraClient::callForString(KoradMember member, GVariant* arguments) {
+    g_autoptr(GVariant) reply = call(member, arguments);
     g_autoptr(GVariant) array = g_variant_get_child_value(reply, 0);
     OptionalString text;
     if (!readNullableString(array, text))
         throw KoraClientError(
             stringWithFormat("%s answered %zu strings where a nullable string holds at most one",
-                             member, static_cast<std::size_t>(g_variant_n_children(array))));
+                             std::string(describe(member).name).c_str(),
+                             static_cast<std::size_t>(g_variant_n_children(array))));
     return text;
 }
 
-bool KoraClient::registerClientWith(const OptionalString& identifier,
-                                    const OptionalString& installationID,
-                                    const OptionalString& productID,
-                                    const OptionalString& appVersion,
-                                    const OptionalString& bundlePath,
-                                    const OptionalString& appBrand) {
-    return callForBoolean(
-        "registerClientWith_installationID_productID_appVersion_bundlePath_appBrand",
-        nullableStrings(
-            {&identifier, &installationID, &productID, &appVersion, &bundlePath, &appBrand}));
+bool KoraClient::registerClientWith(const ApplicationRegistration& registration) {
+    std::vector<const OptionalString*> fields;
+    for (OptionalString ApplicationRegistration::*field : kRegistrationFields)
+        fields.push_back(&(registration.*field));
+    return callForBoolean(KoradMember::registerClientWith, nullableStrings(fields));
 }
 
 bool KoraClient::updateClient(const OptionalString& identifier, const OptionalString& bundlePath,
                               const OptionalString& version) {
-    return callForBoolean("updateClient_withBundePath_andVersion",
+    return callForBoolean(KoradMember::updateClient,
                           nullableStrings({&identifier, &bundlePath, &version}));
 }
 
 bool KoraClient::setRoaming(bool roaming) {
-    return callForBoolean("setRoaming", g_variant_new("(b)", roaming));
+    return callForBoolean(KoradMember::setRoaming, g_variant_new("(b)", roaming));
 }
 
 void KoraClient::forceCheck() {
-    g_variant_unref(call("forceCheck", nullptr, "()"));
+    g_variant_unref(call(KoradMember::forceCheck, nullptr));
 }
 
 bool KoraClient::uninstall(const OptionalString& identifier) {
-    return callForBoolean("uninstall", nullableStrings({&identifier}));
+    return callForBoolean(KoradMember::uninstall, nullableStrings({&identifier}));
 }
 
 OptionalString KoraClient::registerApplicationWithIdentifier(
@@ -149,15 +152,13 @@ OptionalString KoraClient::registerApplicationWithIdentifier(
     const OptionalString& wlanMac, const OptionalString& mobileMac, const OptionalString& software,
     const OptionalString& previousVersion, const OptionalString& appBrand,
     const OptionalString& bundlePath) {
-    return callForString(
-        "registerApplicationWithIdentifier_usingIccid_imsi_wlanMac_mobileMac_software_"
-        "previousVersion_appBrand_bundlePath",
-        nullableStrings({&identifier, &iccid, &imsi, &wlanMac, &mobileMac, &software,
-                         &previousVersion, &appBrand, &bundlePath}));
+    return callForString(KoradMember::registerApplicationWithIdentifier,
+                         nullableStrings({&identifier, &iccid, &imsi, &wlanMac, &mobileMac,
+                                          &software, &previousVersion, &appBrand, &bundlePath}));
 }
 
 OptionalString KoraClient::echo(const OptionalString& text) {
-    return callForString("echo", nullableStrings({&text}));
+    return callForString(KoradMember::echo, nullableStrings({&text}));
 }
 
 }  // namespace kora

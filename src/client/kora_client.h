@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/korad_interface.h"
+
 namespace kora {
 
 // Why a call did not get its answer: no bus, no daemon on it, no reply in
@@ -26,7 +28,7 @@ class KoraClientError : public std::runtime_error {
 // method throws KoraClientError when the call fails.
 class KoraClient {
   public:
-    using OptionalString = std::optional<std::string>;
+    using OptionalString = kora::OptionalString;
 
     // How long a call waits for its answer. A call that makes the daemon
     // notify the update service (uninstall) may take up to the exchange
@@ -43,9 +45,7 @@ class KoraClient {
     KoraClient(const KoraClient&) = delete;
     KoraClient& operator=(const KoraClient&) = delete;
 
-    bool registerClientWith(const OptionalString& identifier, const OptionalString& installationID,
-                            const OptionalString& productID, const OptionalString& appVersion,
-                            const OptionalString& bundlePath, const OptionalString& appBrand);
+    bool registerClientWith(const ApplicationRegistration& registration);
     bool updateClient(const OptionalString& identifier, const OptionalString& bundlePath,
                       const OptionalString& version);
     bool setRoaming(bool roaming);
@@ -59,10 +59,11 @@ class KoraClient {
     OptionalString echo(const OptionalString& text);
 
   private:
-    // Sends one call and returns its reply, whose type GDBus has checked.
-    GVariant* call(const char* member, GVariant* arguments, const char* replyType);
-    bool callForBoolean(const char* member, GVariant* arguments);
-    OptionalString callForString(const char* member, GVariant* arguments);
+    // Sends one call and returns its reply, whose type GDBus has checked
+    // against the interface table.
+    GVariant* call(KoradMember member, GVariant* arguments);
+    bool callForBoolean(KoradMember member, GVariant* arguments);
+    OptionalString callForString(KoradMember member, GVariant* arguments);
 
     std::unique_ptr<GDBusConnection, decltype(&g_object_unref)> connection_;
 };

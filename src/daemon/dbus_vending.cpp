@@ -1,8 +1,6 @@
 #include "daemon/dbus_vending.h"
 
-#include <cstring>
 #include <exception>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <variant>
@@ -10,6 +8,7 @@
 
 #include "platform/input_limits.h"
 #include "platform/korad_bus_names.h"
+#include "platform/korad_interface.h"
 #include "platform/logging.h"
 #include "platform/nullable_string.h"
 #include "platform/property_list.h"
@@ -106,135 +105,63 @@ GVariant* nullableStringReply(const OptionalString& text) {
     return g_variant_new_tuple(&element, 1);
 }
 
-// One row per member: its arguments as "name:type" words, the type of its
-// result ("" for none; a null reply is the empty tuple), and how the arguments
-// reach the controller. The interface description is built from these rows, so
-// a member cannot be described one way and dispatched another.
-struct Operation {
-    const char* member;
-    const char* arguments;
-    const char* result;
-    GVariant* (*call)(VendedController& controller, const Arguments& args);
-};
+ApplicationRegistration registrationFrom(const Arguments& arguments) {
+    ApplicationRegistration registration;
+    std::size_t index = 0;
+    for (OptionalString ApplicationRegistration::*field : kRegistrationFields)
+        registration.*field = arguments.text(index++);
+    return registration;
+}
 
-const Operation kOperations[] = {
-    {"registerClientWith_installationID_productID_appVersion_bundlePath_appBrand",
-     "identifier:as installationID:as productID:as appVersion:as bundlePath:as appBrand:as", "b",
-     [](VendedController& c, const Arguments& a) {
-         return registryChangeReply(c.registerClientWith(a.text(0), a.text(1), a.text(2),
-                                                         a.text(3), a.text(4), a.text(5)));
-     }},
-    {"updateClient_withBundePath_andVersion", "identifier:as bundlePath:as version:as", "b",
-     [](VendedController& c, const Arguments& a) {
-         return registryChangeReply(c.updateClient(a.text(0), a.text(1), a.text(2)));
-     }},
-    {"setRoaming", "roaming:b", "b",
-     [](VendedController& c, const Arguments& a) { return booleanReply(c.setRoaming(a.flag(0))); }},
-    {"forceCheck", "", "",
-     [](VendedController& c, const Arguments&) -> GVariant* {
-         c.forceCheck();
-         return nullptr;
-     }},
-    {"uninstall", "identifier:as", "b",
-     [](VendedController& c, const Arguments& a) { return booleanReply(c.uninstall(a.text(0))); }},
-    {"registerApplicationWithIdentifier_usingIccid_imsi_wlanMac_mobileMac_software_"
-     "previousVersion_appBrand_bundlePath",
-     "identifier:as iccid:as imsi:as wlanMac:as mobileMac:as software:as previousVersion:as "
-     "appBrand:as bundlePath:as",
-     "as",
-     [](VendedController& c, const Arguments& a) {
-         return nullableStringReply(c.registerApplicationWithIdentifier(
-             a.text(0), a.text(1), a.text(2), a.text(3), a.text(4), a.text(5), a.text(6), a.text(7),
-             a.text(8)));
-     }},
-    {"echo", "text:as", "as",
-     [](VendedController& c, const Arguments& a) {
-         return nullableStringReply(c.echo(a.text(0)));
-     }},
-};
-
-// What a string argument may hold. Paths and the echo text have their own
-// caps; every other string (identifiers, versions, brands, installation and
-// product ids, ICCID, IMSI, MAC addresses, software) is an id. Everything but
-// the echo text may be stored, and the registry is XML: such an argument must
-// hold only characters that XML 1.0 can carry, or it would be written altered
-// or make a file that other XML readers refuse.
-struct ArgumentRule {
-    const char* name;
-    std::size_t maxBytes;
-    bool stored;
-};
-const ArgumentRule kArgumentRules[] = {
-    {"bundlePath", kMaxPathBytes, true},
-    {"text", kMaxEchoBytes, false},  // echo: logged and answered, never stored
-};
-const ArgumentRule kIdRule = {"", kMaxIdentifierBytes, true};
-
-const ArgumentRule& ruleFor(const std::string& name) {
-    for (const ArgumentRule& rule : kArgumentRules)
-        if (name == rule.name) return rule;
-    return kIdRule;
+// How each member's arguments reach the controller, in the order the interface
+// table gives them. The switch names every member, so one the table gains
+// without a call here fails the build.
+GVariant* callController(KoradMember member, VendedController& c, const Arguments& a) {
+    switch (member) {
+        case KoradMember::registerClientWith: {
+            const ApplicationRegistration r = registrationFrom(a);
+            return registryChangeReply(c.registerClientWith(r.identifier, r.installationID,
+                                                            r.productID, r.appVersion, r.bundlePath,
+                                                            r.appBrand));
+        }
+        case KoradMember::updateClient:
+            return registryChangeReply(c.updateClient(a.text(0), a.text(1), a.text(2)));
+        case KoradMember::setRoaming:
+            return booleanReply(c.setRoaming(a.flag(0)));
+        case KoradMember::forceCheck:
+            c.forceCheck();
+            return nullptr;
+        case KoradMember::uninstall:
+            return booleanReply(c.uninstall(a.text(0)));
+        case KoradMember::registerApplicationWithIdentifier:
+            return nullableStringReply(c.registerApplicationWithIdentifier(
+                a.text(0), a.text(1), a.text(2), a.text(3), a.text(4), a.text(5), a.text(6),
+                a.text(7), a.text(8)));
+        case KoradMember::echo:
+            return nullableStringReply(c.echo(a.text(0)));
+    }
+    throw std::logic_error("a Korad member without a call");
 }
 
 // Refuses, before the controller is called, a string argument that breaks
-// its rule; the error names the argument.
-void checkArgument(std::size_t index, const std::string& name, const std::string& text) {
-    const ArgumentRule& rule = ruleFor(name);
-    if (text.size() > rule.maxBytes)
+// its cap; the error names the argument.
+void checkArgument(std::size_t index, const KoradArgument& argument, const std::string& text) {
+    const ArgumentCap cap = *capOf(argument.kind);
+    const std::string name(argument.name);
+    if (text.size() > cap.maxBytes)
         throw InvalidArguments(stringWithFormat("argument %zu (%s) is %zu bytes long; at most %zu",
-                                                index, name.c_str(), text.size(), rule.maxBytes));
-    if (rule.stored && !isXmlText(text))
+                                                index, name.c_str(), text.size(), cap.maxBytes));
+    if (cap.xmlTextOnly && !isXmlText(text))
         throw InvalidArguments(stringWithFormat(
             "argument %zu (%s) holds a character that XML 1.0 cannot carry", index, name.c_str()));
 }
 
-struct ArgumentSpec {
-    std::string name;
-    std::string type;
-};
-
-// The "name:type" words of an operation's row.
-std::vector<ArgumentSpec> argumentSpecs(const Operation& operation) {
-    std::vector<ArgumentSpec> specs;
-    std::istringstream words(operation.arguments);
-    for (std::string word; words >> word;) {
-        const std::size_t colon = word.find(':');
-        specs.push_back({word.substr(0, colon), word.substr(colon + 1)});
+void checkArguments(const KoradMemberDescription& member, const Arguments& arguments) {
+    for (std::size_t i = 0; i < member.arguments.size(); ++i) {
+        if (member.arguments[i].kind == ArgumentKind::flag) continue;
+        if (const OptionalString& text = arguments.text(i))
+            checkArgument(i, member.arguments[i], *text);
     }
-    return specs;
-}
-
-void checkArguments(const Operation& operation, const Arguments& arguments) {
-    const std::vector<ArgumentSpec> specs = argumentSpecs(operation);
-    for (std::size_t i = 0; i < specs.size(); ++i) {
-        if (specs[i].type != "as") continue;
-        if (const OptionalString& text = arguments.text(i)) checkArgument(i, specs[i].name, *text);
-    }
-}
-
-std::string argumentXml(const std::string& name, const std::string& type, const char* direction) {
-    return "      <arg name=\"" + name + "\" type=\"" + type + "\" direction=\"" + direction +
-           "\"/>\n";
-}
-
-// GDBus checks every call against this description before it reaches us, so a
-// call whose signature differs is refused without our code running.
-std::string describeInterface() {
-    std::string xml = std::string("<node>\n  <interface name=\"") + kKoradInterface + "\">\n";
-    for (const Operation& operation : kOperations) {
-        xml += std::string("    <method name=\"") + operation.member + "\">\n";
-        for (const ArgumentSpec& spec : argumentSpecs(operation))
-            xml += argumentXml(spec.name, spec.type, "in");
-        if (*operation.result != '\0') xml += argumentXml("result", operation.result, "out");
-        xml += "    </method>\n";
-    }
-    return xml + "  </interface>\n</node>\n";
-}
-
-const Operation* findOperation(const char* member) {
-    for (const Operation& operation : kOperations)
-        if (std::strcmp(operation.member, member) == 0) return &operation;
-    return nullptr;
 }
 
 }  // namespace
@@ -261,8 +188,7 @@ DBusVending::~DBusVending() {
 }
 
 const char* DBusVending::introspectionXml() {
-    static const std::string xml = describeInterface();
-    return xml.c_str();
+    return koradIntrospectionXml().c_str();
 }
 
 // A C callback: nothing may leave it as an exception. Every path answers the
@@ -271,17 +197,18 @@ void DBusVending::handleMethodCall(GDBusConnection*, const gchar*, const gchar*,
                                    const gchar* methodName, GVariant* parameters,
                                    GDBusMethodInvocation* invocation, gpointer self) {
     try {
-        const Operation* operation = findOperation(methodName);
-        if (operation == nullptr) {
+        const KoradMemberDescription* member = findKoradMember(methodName);
+        if (member == nullptr) {
             g_dbus_method_invocation_return_error(invocation, G_DBUS_ERROR,
                                                   G_DBUS_ERROR_UNKNOWN_METHOD, "No such method: %s",
                                                   methodName);
             return;
         }
         const Arguments arguments(parameters);
-        checkArguments(*operation, arguments);
+        checkArguments(*member, arguments);
         auto& controller = static_cast<DBusVending*>(self)->controller_;
-        g_dbus_method_invocation_return_value(invocation, operation->call(controller, arguments));
+        g_dbus_method_invocation_return_value(
+            invocation, callController(member->member, controller, arguments));
     } catch (const InvalidArguments& refused) {
         g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR,
                                                       G_DBUS_ERROR_INVALID_ARGS, refused.what());

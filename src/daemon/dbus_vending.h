@@ -9,9 +9,8 @@
 namespace kora {
 
 // Serves a VendedController to D-Bus clients: the object /com/olvara/Korad with
-// the interface com.olvara.Korad. Member names are the operations' selectors
-// with ':' turned into '_' and the last one dropped; a string that may be
-// absent travels as an `as` of zero or one element, a boolean as `b`.
+// the interface com.olvara.Korad, as the table in platform/korad_interface.h
+// describes it (members, argument order, types and caps).
 //
 // Calls are handled on the thread whose default main context was current at
 // construction (the daemon's one thread). A call with arguments of the wrong

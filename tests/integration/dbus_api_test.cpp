@@ -170,7 +170,7 @@ TEST_F(DBusApi, EveryOperationReachesTheControllerWithPresentEmptyAndAbsentStrin
         const char* expectedAnswer;
     } rows[] = {
         // clang-format off
-        {[&](C c) { return text(c.registerClientWith("id", no, "", "1.0", "/A.app", "B")); }, "register('id',<absent>,'','1.0','/A.app','B')", "true"},
+        {[&](C c) { return text(c.registerClientWith({"id", no, "", "1.0", "/A.app", "B"})); }, "register('id',<absent>,'','1.0','/A.app','B')", "true"},
         {[&](C c) { return text(c.updateClient(no, "/A.app", no)); }, "update(<absent>,'/A.app',<absent>)", "true"},
         {[&](C c) { return text(c.setRoaming(true)); }, "setRoaming('on')", "true"},
         {[&](C c) { return text(c.setRoaming(false)); }, "setRoaming('off')", "false"},

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "support/command.h"
 #include "support/file_text.h"
-#include "support/program_run.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -37,13 +37,14 @@ class InstallerAdapter : public testing::Test {
                       "Maintainer: Korad tests <tests@example.com>\nDescription: test package\n");
         writeFileText(tree / "opt/korad-adapter-test/hello.txt", "hello\n");
         const fs::path package = dir_.path() / "korad-adapter-test_1.0_all.deb";
-        const ProgramRun built = runProgramCaptured({"dpkg-deb", "--build", tree, package});
-        EXPECT_EQ(built.status, 0) << built.err;
+        const CommandOutcome built =
+            runCommand({"dpkg-deb", "--build", tree, package}, ErrorStream::apart);
+        EXPECT_EQ(built.status, 0) << built.errors;
         return package;
     }
 
-    ProgramRun install(const fs::path& package) const {
-        return runProgramCaptured({kInstaller, "-pkg", package, "-target", root()});
+    CommandOutcome install(const fs::path& package) const {
+        return runCommand({kInstaller, "-pkg", package, "-target", root()}, ErrorStream::apart);
     }
 
     bool rootIsEmpty() const { return fs::is_empty(root()); }
@@ -53,8 +54,8 @@ class InstallerAdapter : public testing::Test {
 
 TEST_F(InstallerAdapter, InstallsADebianPackageWithTheTargetAsDpkgsRoot) {
     const fs::path package = buildPackage();
-    const ProgramRun run = install(package);
-    ASSERT_EQ(run.status, 0) << run.out << run.err;
+    const CommandOutcome run = install(package);
+    ASSERT_EQ(run.status, 0) << run.output << run.errors;
     EXPECT_EQ(fileText(root() / "opt/korad-adapter-test/hello.txt"), "hello\n");
     const std::string database = fileText(root() / "var/lib/dpkg/status");
     EXPECT_NE(database.find("Package: korad-adapter-test\nStatus: install ok installed\n"),
@@ -62,8 +63,9 @@ TEST_F(InstallerAdapter, InstallsADebianPackageWithTheTargetAsDpkgsRoot) {
         << database;
 
     // The options in the other order: the same package again, reinstalled.
-    const ProgramRun again = runProgramCaptured({kInstaller, "-target", root(), "-pkg", package});
-    EXPECT_EQ(again.status, 0) << again.err;
+    const CommandOutcome again =
+        runCommand({kInstaller, "-target", root(), "-pkg", package}, ErrorStream::apart);
+    EXPECT_EQ(again.status, 0) << again.errors;
 }
 
 TEST_F(InstallerAdapter, RefusesEveryOtherKindOfFileWithoutRunningDpkg) {
@@ -82,12 +84,12 @@ TEST_F(InstallerAdapter, RefusesEveryOtherKindOfFileWithoutRunningDpkg) {
     };
     for (const auto& row : rows) {
         const fs::path file = dir_.path() / row.name;
-        const ProgramRun run = install(file);
+        const CommandOutcome run = install(file);
         EXPECT_EQ(run.status, 1) << row.name;
-        EXPECT_EQ(run.err, "installer: " + file.string() + ": " + row.reason +
-                               (std::string(row.reason) == "not a Debian package"
-                                    ? "; only .deb packages can be installed\n"
-                                    : "\n"));
+        EXPECT_EQ(run.errors, "installer: " + file.string() + ": " + row.reason +
+                                  (std::string(row.reason) == "not a Debian package"
+                                       ? "; only .deb packages can be installed\n"
+                                       : "\n"));
         EXPECT_TRUE(rootIsEmpty()) << row.name << ": dpkg ran";
     }
 }
@@ -96,20 +98,20 @@ TEST_F(InstallerAdapter, ReportsAPackageThatDpkgCannotInstall) {
     const std::string whole = fileText(buildPackage());
     const fs::path truncated = dir_.path() / "truncated.deb";
     writeFileText(truncated, whole.substr(0, whole.size() / 2));
-    const ProgramRun run = install(truncated);
+    const CommandOutcome run = install(truncated);
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("installer: dpkg failed with status 1; " + truncated.string() +
-                           " was not installed\n"),
+    EXPECT_NE(run.errors.find("installer: dpkg failed with status 1; " + truncated.string() +
+                              " was not installed\n"),
               std::string::npos)
-        << run.err;
+        << run.errors;
     EXPECT_FALSE(fs::exists(root() / "opt/korad-adapter-test/hello.txt"));
 }
 
 TEST_F(InstallerAdapter, RefusesATargetThatIsNotAFolder) {
-    const ProgramRun run =
-        runProgramCaptured({kInstaller, "-pkg", buildPackage(), "-target", root() / "missing"});
+    const CommandOutcome run = runCommand(
+        {kInstaller, "-pkg", buildPackage(), "-target", root() / "missing"}, ErrorStream::apart);
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err,
+    EXPECT_EQ(run.errors,
               "installer: " + (root() / "missing").string() + ": the target is not a folder\n");
 }
 
@@ -122,15 +124,15 @@ TEST(InstallerCommandLine, AWrongOneExitsWithStatusTwoAndHelpExplainsIt) {
                                                {"-verbose", "-pkg", "a", "-target", "/"}}) {
         std::vector<std::string> command{kInstaller};
         command.insert(command.end(), arguments.begin(), arguments.end());
-        const ProgramRun run = runProgramCaptured(command);
+        const CommandOutcome run = runCommand(command, ErrorStream::apart);
         EXPECT_EQ(run.status, 2) << testing::PrintToString(arguments);
-        EXPECT_NE(run.err.find("Usage: installer -pkg FILE -target DIR"), std::string::npos);
+        EXPECT_NE(run.errors.find("Usage: installer -pkg FILE -target DIR"), std::string::npos);
     }
-    const ProgramRun help = runProgramCaptured({kInstaller, "--help"});
+    const CommandOutcome help = runCommand({kInstaller, "--help"}, ErrorStream::apart);
     EXPECT_EQ(help.status, 0);
     for (const char* part :
          {"SYNOPSIS", "-pkg FILE", "-target DIR", "dpkg --root=DIR -i FILE", "EXIT STATUS"})
-        EXPECT_NE(help.out.find(part), std::string::npos) << part;
+        EXPECT_NE(help.output.find(part), std::string::npos) << part;
 }
 
 }  // namespace

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "support/command.h"
 #include "support/file_text.h"
-#include "support/program_run.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -52,8 +52,8 @@ class LaunchctlAdapter : public testing::Test {
         writeFileText(path, text);
         return path;
     }
-    ProgramRun launchctl(const std::string& command, const fs::path& file) const {
-        return runProgramCaptured({kLaunchctl, "--root", root(), command, file});
+    CommandOutcome launchctl(const std::string& command, const fs::path& file) const {
+        return runCommand({kLaunchctl, "--root", root(), command, file}, ErrorStream::apart);
     }
     // Every file and link below the root, relative to it, in name order.
     std::vector<std::string> filesBelowRoot() const {
@@ -73,9 +73,9 @@ TEST_F(LaunchctlAdapter, LoadWritesTheUnitAndActivationFilesAndUnloadRemovesThem
     const fs::path file = job(helperJob("com.example.Helper", "/opt/helper/run",
                                         "<key>com.example.Helper</key><true/>"
                                         "<key>com.example.HelperAdmin</key><true/>"));
-    const ProgramRun loaded = launchctl("load", file);
-    ASSERT_EQ(loaded.status, 0) << loaded.err;
-    EXPECT_EQ(loaded.err, "");
+    const CommandOutcome loaded = launchctl("load", file);
+    ASSERT_EQ(loaded.status, 0) << loaded.errors;
+    EXPECT_EQ(loaded.errors, "");
     EXPECT_EQ(filesBelowRoot(),
               (std::vector<std::string>{
                   "etc/systemd/system/com.example.Helper.service",
@@ -100,19 +100,19 @@ TEST_F(LaunchctlAdapter, LoadWritesTheUnitAndActivationFilesAndUnloadRemovesThem
                   "User=root\n"
                   "SystemdService=com.example.Helper.service\n");
 
-    const ProgramRun unloaded = launchctl("unload", file);
-    ASSERT_EQ(unloaded.status, 0) << unloaded.err;
+    const CommandOutcome unloaded = launchctl("unload", file);
+    ASSERT_EQ(unloaded.status, 0) << unloaded.errors;
     EXPECT_EQ(filesBelowRoot(), std::vector<std::string>{});
 
-    const ProgramRun again = launchctl("unload", file);
+    const CommandOutcome again = launchctl("unload", file);
     EXPECT_EQ(again.status, 0);
-    EXPECT_EQ(again.err, "launchctl: com.example.Helper is not loaded\n");
+    EXPECT_EQ(again.errors, "launchctl: com.example.Helper is not loaded\n");
 }
 
 // systemd's own parser reads the unit offline; it reports any quoting it cannot
 // read, an unknown setting or a bad value.
 TEST_F(LaunchctlAdapter, WritesAUnitThatSystemdAcceptsWhateverTheArguments) {
-    if (runProgramCaptured({"systemd-analyze", "--version"}).status != 0)
+    if (runCommand({"systemd-analyze", "--version"}, ErrorStream::apart).status != 0)
         GTEST_SKIP() << "systemd-analyze is not installed";
     const fs::path file = job(plist(
         "<key>Label</key><string>com.example.Quoting</string>"
@@ -124,10 +124,10 @@ TEST_F(LaunchctlAdapter, WritesAUnitThatSystemdAcceptsWhateverTheArguments) {
         "<key>StandardOutPath</key><string>/var/log/50% x.log</string>"
         "<key>MachServices</key><dict><key>com.example.Quoting</key><true/></dict>"));
     ASSERT_EQ(launchctl("load", file).status, 0);
-    const ProgramRun verified =
-        runProgramCaptured({"systemd-analyze", "verify", unit("com.example.Quoting")});
-    EXPECT_EQ(verified.status, 0) << verified.err;
-    EXPECT_EQ(verified.out + verified.err, "");
+    const CommandOutcome verified =
+        runCommand({"systemd-analyze", "verify", unit("com.example.Quoting")}, ErrorStream::apart);
+    EXPECT_EQ(verified.status, 0) << verified.errors;
+    EXPECT_EQ(verified.output + verified.errors, "");
 }
 
 TEST_F(LaunchctlAdapter, ReloadingReplacesItsOwnFilesAndUnloadLeavesOtherJobsAlone) {
@@ -156,10 +156,11 @@ TEST_F(LaunchctlAdapter, LeavesAloneEveryFileItDidNotWrite) {
     const std::string theirs = "[Service]\nExecStart=/usr/bin/theirs\n";
 
     writeFileText(unit("com.example.Helper"), theirs);
-    const ProgramRun overUnit = launchctl("load", file);
+    const CommandOutcome overUnit = launchctl("load", file);
     EXPECT_EQ(overUnit.status, 1);
-    EXPECT_NE(overUnit.err.find("was not written by launchctl"), std::string::npos) << overUnit.err;
-    const ProgramRun removingUnit = launchctl("unload", file);
+    EXPECT_NE(overUnit.errors.find("was not written by launchctl"), std::string::npos)
+        << overUnit.errors;
+    const CommandOutcome removingUnit = launchctl("unload", file);
     EXPECT_EQ(removingUnit.status, 1);
     EXPECT_EQ(fileText(unit("com.example.Helper")), theirs);
     EXPECT_EQ(filesBelowRoot(),
@@ -184,12 +185,12 @@ TEST_F(LaunchctlAdapter, WritesNoFileWhenOneOfItsFoldersCannotBeMade) {
     const fs::path file =
         job(helperJob("com.example.Helper", "/opt/helper", "<key>org.example.Bus</key><true/>"));
     writeFileText(root() / "usr/share/dbus-1/system-services", "a file where a folder belongs");
-    const ProgramRun run = launchctl("load", file);
+    const CommandOutcome run = launchctl("load", file);
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(
-        run.err.find("cannot create " + (root() / "usr/share/dbus-1/system-services").string()),
+        run.errors.find("cannot create " + (root() / "usr/share/dbus-1/system-services").string()),
         std::string::npos)
-        << run.err;
+        << run.errors;
     EXPECT_EQ(filesBelowRoot(), std::vector<std::string>{"usr/share/dbus-1/system-services"});
 }
 
@@ -207,11 +208,11 @@ class ABadJobFile : public LaunchctlAdapter, public testing::WithParamInterface<
 
 TEST_P(ABadJobFile, IsRefusedWithItsReasonAndNothingIsWritten) {
     const fs::path file = job(GetParam().content);
-    const ProgramRun run = launchctl("load", file);
+    const CommandOutcome run = launchctl("load", file);
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err.rfind("launchctl: " + file.string() + ": ", 0), 0u) << run.err;
-    EXPECT_NE(run.err.find(GetParam().reason), std::string::npos) << run.err;
-    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+    EXPECT_EQ(run.errors.rfind("launchctl: " + file.string() + ": ", 0), 0u) << run.errors;
+    EXPECT_NE(run.errors.find(GetParam().reason), std::string::npos) << run.errors;
+    EXPECT_EQ(std::count(run.errors.begin(), run.errors.end(), '\n'), 1) << run.errors;
     EXPECT_EQ(filesBelowRoot(), std::vector<std::string>{});
 }
 
@@ -283,9 +284,9 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(LaunchctlAdapter, AMissingJobFileIsRefused) {
-    const ProgramRun run = launchctl("load", dir_.path() / "missing.plist");
+    const CommandOutcome run = launchctl("load", dir_.path() / "missing.plist");
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("not a readable property list"), std::string::npos) << run.err;
+    EXPECT_NE(run.errors.find("not a readable property list"), std::string::npos) << run.errors;
 }
 
 TEST_F(LaunchctlAdapter, AWrongCommandLineExitsWithStatusTwo) {
@@ -298,33 +299,34 @@ TEST_F(LaunchctlAdapter, AWrongCommandLineExitsWithStatusTwo) {
                                                {"-w", "load", "a"}}) {
         std::vector<std::string> command{kLaunchctl};
         command.insert(command.end(), arguments.begin(), arguments.end());
-        const ProgramRun run = runProgramCaptured(command);
+        const CommandOutcome run = runCommand(command, ErrorStream::apart);
         EXPECT_EQ(run.status, 2) << testing::PrintToString(arguments);
-        EXPECT_NE(run.err.find("Usage: launchctl"), std::string::npos) << run.err;
+        EXPECT_NE(run.errors.find("Usage: launchctl"), std::string::npos) << run.errors;
     }
 }
 
 TEST_F(LaunchctlAdapter, HelpDescribesTheCommandsOptionsAndExitStatus) {
-    const ProgramRun run = runProgramCaptured({kLaunchctl, "--help"});
+    const CommandOutcome run = runCommand({kLaunchctl, "--help"}, ErrorStream::apart);
     EXPECT_EQ(run.status, 0);
     for (const char* part :
          {"SYNOPSIS", "load FILE", "unload FILE", "--root DIR", "KeepAlive", "EXIT STATUS"})
-        EXPECT_NE(run.out.find(part), std::string::npos) << part;
+        EXPECT_NE(run.output.find(part), std::string::npos) << part;
 }
 
 // In the sandbox, /run is empty and /etc read-only, as on a machine without
 // systemd; and the adapter runs from the folder the daemon was built with.
 TEST_F(LaunchctlAdapter, WithoutSystemdItSaysSoInOneLineAndFails) {
-    if (runProgramCaptured({"bwrap", "--ro-bind", "/", "/", "true"}).status != 0)
+    if (runCommand({"bwrap", "--ro-bind", "/", "/", "true"}, ErrorStream::apart).status != 0)
         GTEST_SKIP() << "bubblewrap cannot run here";
     const fs::path file = job(helperJob("com.example.Helper", "/opt/helper", ""));
     for (const std::string command : {"load", "unload"}) {
-        const ProgramRun run =
-            runProgramCaptured({KORAD_SOURCE_DIR "/scripts/korad-sandbox", "--adapters",
-                                KORAD_BUILD_DIR, KORAD_LIBEXEC_DIR, "--ro-bind", dir_.path(), "--",
-                                KORAD_LIBEXEC_DIR "/launchctl", command, file});
-        EXPECT_EQ(run.status, 1) << run.err;
-        EXPECT_EQ(run.err,
+        const CommandOutcome run =
+            runCommand({KORAD_SOURCE_DIR "/scripts/korad-sandbox", "--adapters", KORAD_BUILD_DIR,
+                        KORAD_LIBEXEC_DIR, "--ro-bind", dir_.path(), "--",
+                        KORAD_LIBEXEC_DIR "/launchctl", command, file},
+                       ErrorStream::apart);
+        EXPECT_EQ(run.status, 1) << run.errors;
+        EXPECT_EQ(run.errors,
                   "launchctl: systemd is not running here (no /run/systemd/system), so "
                   "com.example.Helper was not " +
                       command + "ed\n");

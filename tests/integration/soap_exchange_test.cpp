@@ -20,10 +20,6 @@ namespace {
 
 using namespace testing_support;
 
-const std::string kCheckResponse = soap11Envelope(
-    "<CheckResponse xmlns=\"http://kora.olvara.com/ns/KORA\"><CheckResult>"
-    "<UpdateID>u-1</UpdateID></CheckResult></CheckResponse>");
-
 // The call's outcome in short: its error, or its body parts as record type
 // names and "Fault:<faultcode>" ("absent" when there are none).
 std::string outcome(const KORASoapBindingResponse& response) {

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <glib.h>
+#include <gtest/gtest.h>
 #include <libsoup/soup.h>
+#include <strings.h>
 
 #include <algorithm>
+#include <deque>
 #include <functional>
 #include <map>
 #include <string>
@@ -29,10 +32,22 @@ struct ScriptedReply {
     std::vector<std::pair<std::string, std::string>> headers{};
     bool chunked = false;
     unsigned delayMs = 0;
+    // When set, the reply waits until the test calls releaseHeldReplies.
+    bool held = false;
     // When set, the body goes out chunked, trickleBytes at a time, one piece
     // every trickleMs: a reply that never stays quiet long enough to time out.
     unsigned trickleMs = 0;
     std::size_t trickleBytes = 1;
+};
+
+// One request a strict server waits for: where it goes, the headers it must
+// carry (with these values) and those it must not, and what it is answered.
+struct ExpectedRequest {
+    std::string method = "POST";
+    std::string path = "/telso/cm/webservices/kora2.asmx";
+    std::map<std::string, std::string> headers{};
+    std::vector<std::string> absentHeaders{};
+    ScriptedReply reply{};
 };
 
 inline constexpr const char* kSoap11Namespace = "http://schemas.xmlsoap.org/soap/envelope/";
@@ -43,8 +58,17 @@ inline std::string soap11Envelope(const std::string& body) {
            kSoap11Namespace + "\"><soap:Body>" + body + "</soap:Body></soap:Envelope>";
 }
 
+// A reply to Check that offers one update.
+inline const std::string kCheckResponse = soap11Envelope(
+    "<CheckResponse xmlns=\"http://kora.olvara.com/ns/KORA\"><CheckResult>"
+    "<UpdateID>u-1</UpdateID></CheckResult></CheckResponse>");
+
 // An HTTP server on 127.0.0.1 (any free port) served from the default main
 // context, answering every request with what `respond` returns.
+//
+// Once a test has declared a request with `expect`, the server is strict: each
+// request must be the next one declared, or the test fails, and so does a
+// declared request that has not come when the server is destroyed.
 class LoopbackSoapServer {
   public:
     using Responder = std::function<ScriptedReply(const ReceivedRequest&)>;
@@ -60,6 +84,10 @@ class LoopbackSoapServer {
     }
 
     ~LoopbackSoapServer() {
+        for (const ExpectedRequest& missing : expected_)
+            ADD_FAILURE() << "the expected request " << missing.method << " " << missing.path
+                          << " never came";
+        for (SoupServerMessage* message : held_) g_object_unref(message);
         for (guint timer : timers_) {
             if (g_main_context_find_source_by_id(nullptr, timer) != nullptr) g_source_remove(timer);
         }
@@ -81,7 +109,54 @@ class LoopbackSoapServer {
     }
     std::vector<ReceivedRequest> requests;
 
+    void expect(ExpectedRequest request) {
+        strict_ = true;
+        expected_.push_back(std::move(request));
+    }
+    bool allExpectedRequestsCame() const { return expected_.empty(); }
+
+    void releaseHeldReplies() {
+        for (SoupServerMessage* message : held_) {
+            soup_server_message_unpause(message);
+            g_object_unref(message);
+        }
+        held_.clear();
+    }
+
+    // Replies that are over, and those of them whose client went away before
+    // the whole reply was sent. (A paused reply notices only when it goes on.)
+    int finishedReplies = 0;
+    int abandonedReplies = 0;
+
   private:
+    static const std::string* header(const ReceivedRequest& request, const std::string& name) {
+        for (const auto& [key, value] : request.headers)
+            if (strcasecmp(key.c_str(), name.c_str()) == 0) return &value;
+        return nullptr;
+    }
+
+    // The reply to a request in strict mode; the test fails when the request
+    // is not the next one expected, or lacks what it must carry.
+    ScriptedReply strictReply(const ReceivedRequest& request) {
+        if (expected_.empty()) {
+            ADD_FAILURE() << "unexpected request " << request.method << " " << request.path;
+            return {.status = 500, .body = "unexpected request"};
+        }
+        const ExpectedRequest next = expected_.front();
+        expected_.pop_front();
+        EXPECT_EQ(request.method, next.method);
+        EXPECT_EQ(request.path, next.path);
+        for (const auto& [name, value] : next.headers) {
+            const std::string* received = header(request, name);
+            EXPECT_TRUE(received != nullptr && *received == value)
+                << "header " << name << ": expected \"" << value << "\", got "
+                << (received ? "\"" + *received + "\"" : "none");
+        }
+        for (const std::string& name : next.absentHeaders)
+            EXPECT_EQ(header(request, name), nullptr) << "header " << name << " was sent";
+        return next.reply;
+    }
+
     static void handle(SoupServer*, SoupServerMessage* message, const char* path, GHashTable*,
                        gpointer data) {
         auto* self = static_cast<LoopbackSoapServer*>(data);
@@ -94,7 +169,25 @@ class LoopbackSoapServer {
         SoupMessageBody* body = soup_server_message_get_request_body(message);
         request.body.assign(body->data ? body->data : "", static_cast<size_t>(body->length));
         self->requests.push_back(request);
-        self->answer(message, self->respond(request));
+        self->watchForAbandon(message);
+        self->answer(message, self->strict_ ? self->strictReply(request) : self->respond(request));
+    }
+
+    // A message that finishes before its whole reply was written was dropped
+    // by the client (or by the server going away).
+    void watchForAbandon(SoupServerMessage* message) {
+        static const char* const kWritten = "loopback-reply-written";
+        g_signal_connect(message, "wrote-body", G_CALLBACK(+[](SoupServerMessage* m, gpointer) {
+                             g_object_set_data(G_OBJECT(m), kWritten, GINT_TO_POINTER(1));
+                         }),
+                         nullptr);
+        g_signal_connect(message, "finished", G_CALLBACK(+[](SoupServerMessage* m, gpointer self) {
+                             auto* server = static_cast<LoopbackSoapServer*>(self);
+                             ++server->finishedReplies;
+                             if (g_object_get_data(G_OBJECT(m), kWritten) == nullptr)
+                                 ++server->abandonedReplies;
+                         }),
+                         this);
     }
 
     void answer(SoupServerMessage* message, const ScriptedReply& reply) {
@@ -110,6 +203,11 @@ class LoopbackSoapServer {
         if (reply.trickleMs > 0) return trickle(message, reply);
         soup_message_body_append(soup_server_message_get_response_body(message), SOUP_MEMORY_COPY,
                                  reply.body.data(), reply.body.size());
+        if (reply.held) {
+            soup_server_message_pause(message);
+            held_.push_back(SOUP_SERVER_MESSAGE(g_object_ref(message)));
+            return;
+        }
         if (reply.delayMs == 0) return;
         soup_server_message_pause(message);
         timers_.push_back(g_timeout_add_full(
@@ -164,6 +262,9 @@ class LoopbackSoapServer {
 
     SoupServer* server_;
     unsigned port_ = 0;
+    bool strict_ = false;
+    std::deque<ExpectedRequest> expected_;
+    std::vector<SoupServerMessage*> held_;
     std::vector<guint> timers_;
 };
 

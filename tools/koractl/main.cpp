@@ -132,7 +132,7 @@ struct Command {
 const Command kCommands[] = {
     {"register", 6,
      [](KoraClient& c, const Arguments& a) {
-         printAnswer(c.registerClientWith(a[0], a[1], a[2], a[3], a[4], a[5]));
+         printAnswer(c.registerClientWith({a[0], a[1], a[2], a[3], a[4], a[5]}));
      }},
     {"update", 3,
      [](KoraClient& c, const Arguments& a) { printAnswer(c.updateClient(a[0], a[1], a[2])); }},
