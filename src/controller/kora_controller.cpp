@@ -15,10 +15,9 @@ namespace {
 // "LastKoraCheckDate" of the registry file. A missing file or key, or a text
 // that yields no date, counts as a check that never happened.
 Date storedLastCheckDate(const std::filesystem::path& configPath) {
-    const auto root = readPropertyListDictionary(configPath);
-    if (!root) return kEpoch;
-    const auto text = root->string("LastKoraCheckDate");
-    if (!text) return kEpoch;
+    const auto value = RegistryFile(configPath).rootValue("LastKoraCheckDate");
+    const std::string* text = value ? value->as<std::string>() : nullptr;
+    if (text == nullptr) return kEpoch;
     return dateFromStoredText(*text).value_or(kEpoch);
 }
 

@@ -20,18 +20,80 @@ namespace kora {
 
 // ---- PlistDictionary ------------------------------------------------------
 
+namespace {
+
+// Below this many keys a walk through the entries is as quick as hashing, and
+// the many small dictionaries of a file carry no index.
+constexpr std::size_t kIndexedSize = 16;
+
+std::size_t hashOf(std::string_view key) { return std::hash<std::string_view>{}(key); }
+
+}  // namespace
+
+// Open addressing over the entries' positions: a slot holds a position plus
+// one, or zero when free. Never more than half full, so probes stay short.
+class PlistDictionary::Index {
+public:
+    explicit Index(const std::vector<Entry>& entries) { rebuild(entries); }
+
+    // The slot holding `key`, or the free slot where it would go.
+    std::size_t slotOf(const std::vector<Entry>& entries, std::string_view key) const {
+        const std::size_t mask = slots_.size() - 1;
+        for (std::size_t slot = hashOf(key) & mask;; slot = (slot + 1) & mask) {
+            const std::uint32_t held = slots_[slot];
+            if (held == 0 || entries[held - 1].key == key) return slot;
+        }
+    }
+    std::uint32_t at(std::size_t slot) const { return slots_[slot]; }
+
+    // Records the entry just appended.
+    void added(const std::vector<Entry>& entries) {
+        if (2 * entries.size() > slots_.size()) {
+            rebuild(entries);
+            return;
+        }
+        slots_[slotOf(entries, entries.back().key)] = static_cast<std::uint32_t>(entries.size());
+    }
+
+    void rebuild(const std::vector<Entry>& entries) {
+        std::size_t capacity = 2 * kIndexedSize;
+        while (capacity < 2 * entries.size()) capacity *= 2;
+        slots_.assign(capacity, 0);
+        for (std::size_t position = 0; position < entries.size(); ++position) {
+            slots_[slotOf(entries, entries[position].key)] =
+                static_cast<std::uint32_t>(position + 1);
+        }
+    }
+
+private:
+    std::vector<std::uint32_t> slots_;
+};
+
 PlistDictionary::PlistDictionary() = default;
-PlistDictionary::PlistDictionary(const PlistDictionary&) = default;
+PlistDictionary::PlistDictionary(const PlistDictionary& other)
+    : entries_(other.entries_),
+      index_(other.index_ ? std::make_unique<Index>(*other.index_) : nullptr) {}
 PlistDictionary::PlistDictionary(PlistDictionary&&) noexcept = default;
-PlistDictionary& PlistDictionary::operator=(const PlistDictionary&) = default;
+PlistDictionary& PlistDictionary::operator=(const PlistDictionary& other) {
+    if (this != &other) *this = PlistDictionary(other);
+    return *this;
+}
 PlistDictionary& PlistDictionary::operator=(PlistDictionary&&) noexcept = default;
 PlistDictionary::~PlistDictionary() = default;
 
-const PlistValue* PlistDictionary::find(std::string_view key) const {
-    for (const Entry& entry : entries_) {
-        if (entry.key == key) return &entry.value;
+std::size_t PlistDictionary::position(std::string_view key) const {
+    if (index_) {
+        const std::uint32_t held = index_->at(index_->slotOf(entries_, key));
+        return held == 0 ? entries_.size() : held - 1;
     }
-    return nullptr;
+    const auto it = std::find_if(entries_.begin(), entries_.end(),
+                                 [key](const Entry& entry) { return entry.key == key; });
+    return static_cast<std::size_t>(it - entries_.begin());
+}
+
+const PlistValue* PlistDictionary::find(std::string_view key) const {
+    const std::size_t at = position(key);
+    return at == entries_.size() ? nullptr : &entries_[at].value;
 }
 
 PlistValue* PlistDictionary::find(std::string_view key) {
@@ -44,13 +106,19 @@ void PlistDictionary::set(std::string key, PlistValue value) {
         return;
     }
     entries_.push_back(Entry{std::move(key), std::move(value)});
+    if (index_) {
+        index_->added(entries_);
+    } else if (entries_.size() > kIndexedSize) {
+        index_ = std::make_unique<Index>(entries_);
+    }
 }
 
 bool PlistDictionary::erase(std::string_view key) {
-    const auto it = std::find_if(entries_.begin(), entries_.end(),
-                                 [key](const Entry& entry) { return entry.key == key; });
-    if (it == entries_.end()) return false;
-    entries_.erase(it);
+    const std::size_t at = position(key);
+    if (at == entries_.size()) return false;
+    entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(at));
+    // Every later entry moved down one place.
+    if (index_) index_->rebuild(entries_);
     return true;
 }
 
@@ -259,7 +327,15 @@ plist_t toNode(const PlistValue& value, std::size_t depth) {
     return std::visit(NodeBuilder{depth}, value.storage());
 }
 
-std::optional<std::vector<std::uint8_t>> readWholeFile(const std::filesystem::path& path) {
+FileStamp stampOf(const struct stat& status) {
+    return FileStamp{static_cast<std::uint64_t>(status.st_dev),
+                     static_cast<std::uint64_t>(status.st_ino),
+                     static_cast<std::uint64_t>(status.st_size),
+                     std::int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec};
+}
+
+std::optional<std::vector<std::uint8_t>> readWholeFile(const std::filesystem::path& path,
+                                                       FileStamp* readStamp = nullptr) {
     const std::optional<RegularFile> file = openRegularFile(path);
     if (!file) return std::nullopt;
     std::vector<std::uint8_t> bytes;
@@ -271,6 +347,12 @@ std::optional<std::vector<std::uint8_t>> readWholeFile(const std::filesystem::pa
         if (n < 0) return std::nullopt;
         if (n == 0) break;
         bytes.insert(bytes.end(), buffer, buffer + n);
+    }
+    // Taken after reading, so a change made meanwhile shows as a new stamp.
+    struct stat status {};
+    if (readStamp != nullptr) {
+        if (::fstat(file->fd.get(), &status) != 0) return std::nullopt;
+        *readStamp = stampOf(status);
     }
     return bytes;
 }
@@ -324,30 +406,85 @@ std::optional<PlistValue> readPropertyList(const std::filesystem::path& path) {
     return parsePropertyList(*bytes);
 }
 
-std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path) {
-    std::optional<PlistValue> value = readPropertyList(path);
+namespace {
+
+std::optional<PlistDictionary> rootDictionary(std::optional<PlistValue> value) {
     if (!value) return std::nullopt;
     PlistDictionary* dictionary = value->as<PlistDictionary>();
     if (dictionary == nullptr) return std::nullopt;
     return std::move(*dictionary);
 }
 
-std::string propertyListXml(const PlistValue& value) {
-    PlistPtr root(toNode(value, 0));
-    if (!root) return {};
+std::string xmlOf(plist_t root) {
+    if (root == nullptr) return {};
     char* xml = nullptr;
     uint32_t length = 0;
-    plist_to_xml(root.get(), &xml, &length);
+    plist_to_xml(root, &xml, &length);
     std::string text(xml != nullptr ? xml : "", xml != nullptr ? length : 0);
     plist_to_xml_free(xml);
     return text;
+}
+
+}  // namespace
+
+std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path) {
+    return rootDictionary(readPropertyList(path));
+}
+
+std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path,
+                                                          FileStamp& readStamp) {
+    const std::optional<std::vector<std::uint8_t>> bytes = readWholeFile(path, &readStamp);
+    if (!bytes) return std::nullopt;
+    return rootDictionary(parsePropertyList(*bytes));
+}
+
+std::optional<FileStamp> fileStampAt(const std::filesystem::path& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) return std::nullopt;
+    return stampOf(status);
+}
+
+std::string propertyListXml(const PlistValue& value) {
+    return xmlOf(PlistPtr(toNode(value, 0)).get());
+}
+
+std::string propertyListXml(const PlistDictionary& root) {
+    return xmlOf(PlistPtr(NodeBuilder{0}(root)).get());
 }
 
 bool writePropertyList(const PlistValue& value, const std::filesystem::path& path) {
     return writePropertyListXml(propertyListXml(value), path);
 }
 
-bool writePropertyListXml(std::string_view xml, const std::filesystem::path& path) {
+namespace {
+
+// The temporary's name, removed with the file unless it was renamed into place.
+struct TemporaryName {
+    std::string path;
+    bool renamed = false;
+    ~TemporaryName() {
+        if (renamed) return;
+        const int reason = errno;
+        ::unlink(path.c_str());
+        errno = reason;
+    }
+};
+
+bool writeAll(int fd, std::string_view bytes) {
+    std::size_t offset = 0;
+    while (offset < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + offset, bytes.size() - offset);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        offset += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+}  // namespace
+
+bool writePropertyListXml(std::string_view xml, const std::filesystem::path& path,
+                          FileStamp* writtenStamp) {
     if (xml.empty()) {
         errno = EINVAL;
         return false;
@@ -360,25 +497,21 @@ bool writePropertyListXml(std::string_view xml, const std::filesystem::path& pat
     }
 
     // mkstemp picks a name no other process can predict or pre-create.
-    std::string temporary = path.parent_path() / (temporaryPrefix(path) + kTemporarySuffix);
-    const int fd = ::mkstemp(temporary.data());
-    if (fd < 0) return false;
-    bool written = ::fchmod(fd, mode) == 0;
-    std::size_t offset = 0;
-    while (written && offset < xml.size()) {
-        const ssize_t n = ::write(fd, xml.data() + offset, xml.size() - offset);
-        if (n < 0 && errno == EINTR) continue;
-        written = n > 0;
-        if (written) offset += static_cast<std::size_t>(n);
-    }
-    written = written && ::fsync(fd) == 0;
-    written = (::close(fd) == 0) && written;
-    if (!written || ::rename(temporary.c_str(), path.c_str()) != 0) {
-        const int reason = errno;
-        ::unlink(temporary.c_str());
-        errno = reason;
+    TemporaryName temporary{path.parent_path() / (temporaryPrefix(path) + kTemporarySuffix)};
+    const FileDescriptor fd(::mkstemp(temporary.path.data()));
+    if (fd.get() < 0) {
+        temporary.renamed = true;  // nothing was created
         return false;
     }
+    // fsync reports the write errors; closing after it has nothing left to report.
+    struct stat written {};
+    if (::fchmod(fd.get(), mode) != 0 || !writeAll(fd.get(), xml) || ::fsync(fd.get()) != 0 ||
+        ::fstat(fd.get(), &written) != 0) {
+        return false;
+    }
+    if (::rename(temporary.path.c_str(), path.c_str()) != 0) return false;
+    temporary.renamed = true;
+    if (writtenStamp != nullptr) *writtenStamp = stampOf(written);
     return true;
 }
 

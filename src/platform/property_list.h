@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -18,7 +19,9 @@ namespace kora {
 class PlistValue;
 
 // A dictionary that keeps its keys in the order they were first set, as the
-// files we read and write do. Keys are unique.
+// files we read and write do. Keys are unique. A dictionary of more than a few
+// keys also holds a hash index of their positions, so that look-ups and
+// insertions do not walk the entries: the registry's holds thousands.
 class PlistDictionary {
 public:
     struct Entry;
@@ -47,7 +50,13 @@ public:
     bool operator==(const PlistDictionary& other) const;
 
 private:
+    class Index;
+    // Where `key` sits in entries_, or entries_.size().
+    std::size_t position(std::string_view key) const;
+
     std::vector<Entry> entries_;
+    // None while the dictionary is small enough to search in order.
+    std::unique_ptr<Index> index_;
 };
 
 class PlistValue {
@@ -114,6 +123,23 @@ bool isXmlText(std::string_view text);
 // The XML form, as libplist writes it (header, DOCTYPE, tab indent). Empty for
 // a value nested deeper than kPlistMaxDepth, which no reader would accept.
 std::string propertyListXml(const PlistValue& value);
+std::string propertyListXml(const PlistDictionary& root);
+
+// What tells one version of a file from the next: any writer that replaces or
+// rewrites the file changes at least one of these.
+struct FileStamp {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t size = 0;
+    std::int64_t modifiedNanoseconds = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+// The stamp of what is at the path itself (a link is not followed); none when
+// nothing is there.
+std::optional<FileStamp> fileStampAt(const std::filesystem::path& path);
+// readPropertyListDictionary that also tells the stamp of the file it read.
+std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path,
+                                                          FileStamp& readStamp);
 
 // Writes the XML form to a temporary file in the target's folder and renames it
 // over the target, so readers never see half a file. An existing regular file
@@ -122,7 +148,9 @@ std::string propertyListXml(const PlistValue& value);
 // then tells why; the target is unchanged).
 bool writePropertyList(const PlistValue& value, const std::filesystem::path& path);
 // The same with the XML form already made, for callers that weigh it first.
-bool writePropertyListXml(std::string_view xml, const std::filesystem::path& path);
+// `writtenStamp`, when given, receives the stamp of the file now at the path.
+bool writePropertyListXml(std::string_view xml, const std::filesystem::path& path,
+                          FileStamp* writtenStamp = nullptr);
 
 // Removes the temporary files that writes to `path` left behind when the
 // process was killed between creating and renaming them. Only for a path that

@@ -35,7 +35,7 @@ KoraDB::KoraDB(fs::path path, const Workspace& workspace, fs::path preferencesFo
     : dbPath_(std::move(path)),
       preferencesFolder_(std::move(preferencesFolder)),
       workspace_(workspace),
-      maxFileBytes_(maxFileBytes) {
+      file_(dbPath_, maxFileBytes) {
     removeLeftoverTemporaries(dbPath_);
     load();
 }
@@ -49,8 +49,8 @@ KoraDB::~KoraDB() {
 }
 
 void KoraDB::load() {
-    const auto root = readPropertyListDictionary(dbPath_);
-    if (!root) {
+    const PlistDictionary* root = file_.root();
+    if (root == nullptr) {
         std::error_code error;
         if (fs::exists(fs::symlink_status(dbPath_, error))) {
             logInfo("The registry %s cannot be read; it starts empty", dbPath_.c_str());
@@ -242,8 +242,7 @@ RegistryWrite KoraDB::writeRootKey(const char* key, PlistDictionary section) {
     // Missing or unreadable: the file gets this writer's section only. A failed
     // write changes nothing in memory; the next write tries again with the
     // state then.
-    const RegistryWrite outcome =
-        replaceRegistryRootKey(dbPath_, key, PlistValue(std::move(section)), maxFileBytes_);
+    const RegistryWrite outcome = file_.replaceRootKey(key, PlistValue(std::move(section)));
     if (outcome == RegistryWrite::Failed && !writeFailureLogged_) {
         logInfo("Cannot write the registry %s: %s", dbPath_.c_str(), std::strerror(errno));
         writeFailureLogged_ = true;

@@ -20,14 +20,10 @@ class KoraUpdateDelegate;
 
 // The daemon's persistent memory: the registered applications and the updates
 // in progress, kept in memory and written to one property-list file under the
-// root keys "KoraDB" and "UpdateDB". The same file carries the controller's
-// "LastKoraCheckDate"; every writer replaces only its own root key and keeps
-// the others as it found them on disk.
-//
-// Only syncDB, updateInfoForUpdateWithIdentifier and destruction write the
-// file; the other changes stay in memory until the caller runs syncDB. No write
-// makes the file larger than its reader accepts: such a write is skipped, and
-// the caller may put the change back (saveApplication, restoreApplication).
+// root keys "KoraDB" and "UpdateDB". RegistryFile says who writes the file when.
+// No write makes the file larger than its reader accepts: such a write is
+// skipped, and the caller may put the change back (saveApplication,
+// restoreApplication).
 class KoraDB {
   public:
     using OptionalString = std::optional<std::string>;
@@ -117,7 +113,7 @@ class KoraDB {
     std::optional<IdentityValues> readIdentityValues(const std::string& identifier) const;
     void followMovedBundle(const std::string& identifier, KoraApplication& application,
                            const std::filesystem::path& bundle) const;
-    // Replaces one root key of the file as found on disk and writes it back.
+    // Replaces one root key of the file and writes it; logs a failure once.
     RegistryWrite writeRootKey(const char* key, PlistDictionary section);
 
     std::filesystem::path dbPath_;
@@ -126,7 +122,7 @@ class KoraDB {
     ApplicationTable applications_;
     UpdateTable updatesInProgress_;
     mutable std::mutex dbMutex_;
-    std::size_t maxFileBytes_;
+    RegistryFile file_;
     // A write that fails is logged once, not at every tick, until one succeeds.
     bool writeFailureLogged_ = false;
 };

@@ -104,6 +104,54 @@ TEST_F(ARegistry, WritesOnlyItsOwnSectionAndKeepsTheOtherKeysAsOnDisk) {
     EXPECT_NE(onDisk().find("Other"), nullptr);
 }
 
+// The registry keeps the file's root in memory between writes: it must still
+// notice every change another writer makes, and skip only writes that change
+// nothing on disk.
+TEST_F(ARegistry, SkipsWritesThatChangeNothingAndKeepsWhatAnotherWriterChanged) {
+    auto db = open();
+    db->addApplicationWithIdentifier("com.a", "I", "P", "1.0", "/A.app", "B");
+    const auto finished = updateOf({{"downloadComplete", true}, {"installationComplete", true}});
+    db->updateInfoForUpdateWithIdentifier("com.done", finished);  // adds an empty "UpdateDB"
+    ASSERT_EQ(db->syncDB(), RegistryWrite::Written);
+    const auto written = fileStampAt(file);
+    EXPECT_EQ(db->syncDB(), RegistryWrite::Written);
+    EXPECT_EQ(db->updateInfoForUpdateWithIdentifier("com.done", finished), RegistryWrite::Written);
+    EXPECT_EQ(fileStampAt(file), written) << "the file was rewritten with the same bytes";
+
+    // Another writer, first replacing the file, then rewriting it in place at
+    // the same size: both changes survive the registry's next writes.
+    PlistDictionary edited = onDisk();
+    edited.set("LastKoraCheckDate", "2024-01-02 03:04:05 +0000");
+    writePropertyList(edited, file);
+    db->syncDB();
+    EXPECT_EQ(onDisk().string("LastKoraCheckDate"), "2024-01-02 03:04:05 +0000");
+    std::string text = fileText(file);
+    text.replace(text.find("2024"), 4, "2025");
+    std::ofstream(file, std::ios::binary | std::ios::in) << text;
+    db->addApplicationWithIdentifier("com.b", "I", "P", "1.0", "/B.app", "B");
+    db->syncDB();
+    EXPECT_EQ(onDisk().string("LastKoraCheckDate"), "2025-01-02 03:04:05 +0000");
+    EXPECT_NE(onDisk().dictionary("KoraDB")->find("com.b"), nullptr);
+
+    // A file read from another writer is written again even when the section
+    // is the same, so the bytes become the registry's own.
+    writePropertyList(onDisk(), file);
+    const auto foreign = fileStampAt(file);
+    db->syncDB();
+    EXPECT_NE(fileStampAt(file), foreign);
+}
+
+TEST_F(ARegistry, ReadsTheLastCheckDateThroughTheRegistryFile) {
+    write(file, {{"LastKoraCheckDate", "2024-01-02 03:04:05 +0000"}});
+    RegistryFile registry(file);
+    EXPECT_EQ(registry.rootValue("LastKoraCheckDate"), PlistValue("2024-01-02 03:04:05 +0000"));
+    EXPECT_EQ(registry.rootValue("KoraDB"), std::nullopt);
+    ASSERT_EQ(registry.replaceRootKey("KoraDB", PlistDictionary{}), RegistryWrite::Written);
+    EXPECT_EQ(onDisk().string("LastKoraCheckDate"), "2024-01-02 03:04:05 +0000");
+    fs::remove(file);
+    EXPECT_EQ(registry.rootValue("LastKoraCheckDate"), std::nullopt);
+}
+
 TEST_F(ARegistry, KeepsFinishedUpdatesInMemoryButLeavesThemOutOfTheFile) {
     auto db = open();
     const auto finished = updateOf({{"downloadComplete", true}, {"installationComplete", true}});

@@ -49,6 +49,30 @@ PlistValue everyType() {
     return root;
 }
 
+// Large dictionaries find their keys through an index that insertions,
+// erasures and copies must keep true.
+TEST(APlistDictionary, KeepsKeysInOrderAndFindsEachWhateverItsSize) {
+    PlistDictionary dictionary;
+    for (int i = 0; i < 200; ++i) dictionary.set("k" + std::to_string(i), i);
+    dictionary.set("k7", 700);
+    EXPECT_TRUE(dictionary.erase("k3"));
+    EXPECT_FALSE(dictionary.erase("k3"));
+    const PlistDictionary copy = dictionary;
+    dictionary.set("k3", 3);
+    ASSERT_EQ(copy.size(), 199u);
+    EXPECT_EQ(copy.find("k3"), nullptr);
+    EXPECT_EQ(copy.entries()[3].key, "k4");
+    EXPECT_EQ(dictionary.entries().back().key, "k3");
+    for (int i = 0; i < 200; ++i) {
+        const std::string key = "k" + std::to_string(i);
+        ASSERT_NE(dictionary.find(key), nullptr) << key;
+        EXPECT_EQ(*dictionary.find(key), PlistValue(i == 7 ? 700 : i)) << key;
+        if (i == 3) continue;
+        EXPECT_EQ(copy.find(key), &copy.entries()[i < 3 ? i : i - 1].value) << key;
+    }
+    EXPECT_EQ(dictionary.find("k200"), nullptr);
+}
+
 TEST(APropertyList, RoundTripsEveryValueTypeThroughAFile) {
     TempDir dir;
     const auto path = dir.path() / "all.plist";
