@@ -66,7 +66,7 @@ bool runUpdateFiles(ActionRun& run) {
     // Only a copy that could not start fails: cp reports files it could not
     // copy with a non-zero status, and the script goes on.
     if (run.resultCode >= 0) return true;
-    logInfo("Error copying files from: %s to: %s\n", from.c_str(), to.c_str());
+    logInfo("Error copying files from: %s to: %s\n", loggable(from).c_str(), loggable(to).c_str());
     return false;
 }
 
@@ -75,7 +75,7 @@ bool runInstallPkg(ActionRun& run) {
     run.installer.PerformTask(ToolTable::kInstaller, {"-pkg", package, "-target", "/"},
                               run.resultCode);
     if (run.resultCode >= 0) return true;
-    logInfo("Error installing package: %s\n", package.c_str());
+    logInfo("Error installing package: %s\n", loggable(package).c_str());
     return false;
 }
 
@@ -88,7 +88,7 @@ bool runInstallApp(ActionRun& run) {
     const bool installed = compressed ? run.installer.InstallCompressedApplication(from, destination)
                                       : run.installer.InstallApplication(from, destination);
     if (installed) return true;
-    logInfo("Error installing application to: %s\n", destination.c_str());
+    logInfo("Error installing application to: %s\n", loggable(destination).c_str());
     return false;
 }
 
@@ -96,7 +96,7 @@ bool runInstallDaemon(ActionRun& run) {
     const std::string identifier = run.translated("Identifier");
     const std::string binary = run.translated("BinaryFile");
     if (run.installer.InstallDaemonWithIdentifier(identifier, binary)) return true;
-    logInfo("Error installing daemon with identifier: %s\n", identifier.c_str());
+    logInfo("Error installing daemon with identifier: %s\n", loggable(identifier).c_str());
     return false;
 }
 

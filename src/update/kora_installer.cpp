@@ -105,8 +105,8 @@ std::string KoraInstaller::TranslateKoraString(const std::string& original,
         }
         return text;
     } catch (const std::exception& error) {
-        logInfo("Exception while translating kora string: %s\n", error.what());
-        logInfo("The string is: %s\n", text.c_str());
+        logInfo("Exception while translating kora string: %s\n", loggable(error.what()).c_str());
+        logInfo("The string is: %s\n", loggable(text).c_str());
         return text;
     }
 }

@@ -94,7 +94,8 @@ void checkDaemonIdentifier(const std::string& identifier) {
 bool KoraInstaller::InstallApplication(const std::string& source, const std::string& destination) const {
     try {
         const std::string target = destination + "/";
-        if (!folderPresent(target)) logInfo("Error creating folder: %s \n", target.c_str());
+        if (!folderPresent(target))
+            logInfo("Error creating folder: %s \n", loggable(target).c_str());
         // The new copy is made beside the destination first and takes its place
         // only when complete, so a copy that fails leaves the installed
         // application as it was. The destination entry itself is replaced; a
@@ -112,7 +113,7 @@ bool KoraInstaller::InstallApplication(const std::string& source, const std::str
         }
         return madeMode755({target});
     } catch (const std::exception& error) {
-        logInfo("Exception while installing application: %s\n", error.what());
+        logInfo("Exception while installing application: %s\n", loggable(error.what()).c_str());
         return false;
     }
 }
@@ -121,7 +122,8 @@ bool KoraInstaller::InstallCompressedApplication(const std::string& archive,
                                                  const std::string& destination) const {
     try {
         const std::string target = destination + "/";
-        if (!folderPresent(target)) logInfo("Error creating folder: %s\n", target.c_str());
+        if (!folderPresent(target))
+            logInfo("Error creating folder: %s\n", loggable(target).c_str());
         // Only the archive's own top-level items make room and get mode 755;
         // whatever else the folder holds keeps its contents and modes. An
         // archive that cannot be listed, or lists nothing, installs nothing.
@@ -140,7 +142,8 @@ bool KoraInstaller::InstallCompressedApplication(const std::string& archive,
         PerformTask(ToolTable::kUnzip, {"-u", "-d", target, archive}, resultCode);
         return madeMode755(unpacked);
     } catch (const std::exception& error) {
-        logInfo("Exception while installing compressed application: %s\n", error.what());
+        logInfo("Exception while installing compressed application: %s\n",
+                loggable(error.what()).c_str());
         return false;
     }
 }
@@ -158,7 +161,8 @@ bool KoraInstaller::InstallDaemonWithIdentifier(const std::string& identifier,
     int resultCode = -1;
     const std::string jobFile = fill(context_.paths.jobFile, identifier);
     const std::string installed = fill(context_.paths.installedExecutable, identifier);
-    logInfo("Trying to install daemon: %s to installpath: %s\n", identifier.c_str(), installed.c_str());
+    logInfo("Trying to install daemon: %s to installpath: %s\n", loggable(identifier).c_str(),
+            loggable(installed).c_str());
     try {
         checkDaemonIdentifier(identifier);
         std::optional<PlistValue> job = ExtractPlist("__launchd_plist", binary);
@@ -178,7 +182,8 @@ bool KoraInstaller::InstallDaemonWithIdentifier(const std::string& identifier,
             }
             if (jobError || binaryError) {
                 const std::string description = (binaryError ? binaryError : jobError).message();
-                logInfo("Error happened during removal of old files: %s\n", description.c_str());
+                logInfo("Error happened during removal of old files: %s\n",
+                        loggable(description).c_str());
             }
         }
 
@@ -193,7 +198,8 @@ bool KoraInstaller::InstallDaemonWithIdentifier(const std::string& identifier,
         // A leftover executable without a job file is replaced too.
         fs::copy_file(binary, installed, fs::copy_options::overwrite_existing, error);
         if (error) {
-            logInfo("Error happened during writing the binary: %s\n", error.message().c_str());
+            logInfo("Error happened during writing the binary: %s\n",
+                    loggable(error.message()).c_str());
         } else {
             logInfo("Binary written\n");
         }
@@ -205,7 +211,7 @@ bool KoraInstaller::InstallDaemonWithIdentifier(const std::string& identifier,
         logInfo("Will return from method\n");
         return installedDaemon;
     } catch (const std::exception& error) {
-        logInfo("Exception while installing daemon: %s\n", error.what());
+        logInfo("Exception while installing daemon: %s\n", loggable(error.what()).c_str());
         return false;
     }
 }

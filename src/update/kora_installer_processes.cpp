@@ -49,7 +49,7 @@ bool KoraInstaller::StartApplication(const OptionalString& identifier) {
         const std::optional<uid_t> user = userToStartAs(*identifier, *bundle);
         if (!user) {
             logInfo("Not starting %s: it never runs as root, and no other user ran it or owns %s\n",
-                    identifier->c_str(), bundle->c_str());
+                    loggable(*identifier).c_str(), loggable(bundle->string()).c_str());
             return true;
         }
         context_.launcher.launchApplication(*bundle, *user);

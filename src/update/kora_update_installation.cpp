@@ -124,10 +124,10 @@ void KoraUpdate::updateSelf(KoraInstaller& installer, SelfUpdateHelper* helper,
         // With no helper on the bus the update folder stays for a later run.
         if (helper == nullptr || !helper->present()) return;
         logInfo("Ready to call PellinHelper and upgrade self from file: %s",
-                binary ? binary->c_str() : "(null)");
+                binary ? loggable(*binary).c_str() : "(null)");
         helper->installDaemonWithIdentifier(std::string(kKoradBusName), binary);
     } catch (const std::exception& error) {
-        logInfo("Error upgrading self: %s\n", error.what());
+        logInfo("Error upgrading self: %s\n", loggable(error.what()).c_str());
     }
 }
 
@@ -136,10 +136,10 @@ void KoraUpdate::cleanUpInstallation(const std::string& archive) {
         for (const std::string& path : {archive, updateFolderOf(archive)}) {
             std::error_code error;
             fs::remove_all(path, error);
-            if (error) logInfo("Error cleaning up: %s", error.message().c_str());
+            if (error) logInfo("Error cleaning up: %s", loggable(error.message()).c_str());
         }
     } catch (const std::exception& error) {
-        logInfo("Error cleaning up: %s", error.what());
+        logInfo("Error cleaning up: %s", loggable(error.what()).c_str());
     }
 }
 

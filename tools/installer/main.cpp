@@ -10,6 +10,7 @@
 
 #include "adapter_main.h"
 #include "debian_package.h"
+#include "platform/loggable_text.h"
 #include "platform/run_program.h"
 
 namespace {
@@ -79,7 +80,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& words) {
     for (std::size_t i = 0; i < words.size(); i += 2) {
         const std::string& option = words[i];
         if (option != "-pkg" && option != "-target")
-            throw UsageError("unknown option \"" + option + "\"");
+            throw UsageError("unknown option \"" + loggable(option) + "\"");
         if (i + 1 >= words.size()) throw UsageError(option + " needs a value");
         std::optional<fs::path>& slot = option == "-pkg" ? package : target;
         if (slot) throw UsageError(option + " given twice");
@@ -94,9 +95,9 @@ void checkPackage(const fs::path& package) {
         case PackageKind::Debian:
             return;
         case PackageKind::Unreadable:
-            throw std::runtime_error(package.string() + ": not a readable file");
+            throw std::runtime_error(loggable(package.string()) + ": not a readable file");
         case PackageKind::Other:
-            throw std::runtime_error(package.string() +
+            throw std::runtime_error(loggable(package.string()) +
                                      ": not a Debian package; only .deb packages can be installed");
     }
 }
@@ -104,7 +105,7 @@ void checkPackage(const fs::path& package) {
 fs::path checkedTarget(const fs::path& target) {
     std::error_code error;
     if (!fs::is_directory(target, error))
-        throw std::runtime_error(target.string() + ": the target is not a folder");
+        throw std::runtime_error(loggable(target.string()) + ": the target is not a folder");
     return fs::absolute(target);
 }
 
@@ -116,7 +117,7 @@ int install(const CommandLine& line) {
     if (status < 0) throw std::runtime_error("dpkg could not be started");
     if (status != 0)
         std::fprintf(stderr, "installer: dpkg failed with status %d; %s was not installed\n",
-                     status, line.package.c_str());
+                     status, loggable(line.package.string()).c_str());
     return status == 0 ? 0 : 1;
 }
 

@@ -5,6 +5,8 @@
 #include <limits>
 #include <string_view>
 
+#include "platform/loggable_text.h"
+
 namespace kora {
 namespace {
 
@@ -220,12 +222,12 @@ Result readJobFile(const std::filesystem::path& file, Result (*convert)(const Pl
     const std::optional<PlistValue> root = readPropertyList(file);
     if (!root)
         throw JobError(
-            file.string() +
+            loggable(file.string()) +
             ": not a readable property list (missing, unreadable, malformed or too large)");
     try {
         return convert(*root);
     } catch (const JobError& error) {
-        throw JobError(file.string() + ": " + error.what());
+        throw JobError(loggable(file.string()) + ": " + error.what());
     }
 }
 

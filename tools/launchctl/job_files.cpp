@@ -8,6 +8,7 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/loggable_text.h"
 #include "platform/regular_file.h"
 #include "platform/staged_file.h"
 #include "systemd_unit.h"
@@ -44,7 +45,7 @@ bool activatesUnitOf(const std::string& text, const std::string& label) {
 }
 
 [[noreturn]] void notOurs(const fs::path& path) {
-    throw std::runtime_error(path.string() +
+    throw std::runtime_error(loggable(path.string()) +
                              " is already there and was not written by launchctl for this job; "
                              "it is left alone");
 }
@@ -53,12 +54,13 @@ void createFolder(const fs::path& folder) {
     std::error_code error;
     fs::create_directories(folder, error);
     if (error)
-        throw std::runtime_error("cannot create " + folder.string() + ": " + error.message());
+        throw std::runtime_error("cannot create " + loggable(folder.string()) + ": " +
+                                 error.message());
 }
 
 void removeFile(const fs::path& path) {
     if (::unlink(path.c_str()) != 0 && errno != ENOENT)
-        throw std::runtime_error("cannot remove " + path.string() + ": " +
+        throw std::runtime_error("cannot remove " + loggable(path.string()) + ": " +
                                  std::generic_category().message(errno));
 }
 
@@ -91,12 +93,12 @@ void writeJobFiles(const JobDescription& job, const ServiceFolders& folders) {
     staged.emplace_back(unit, unitText(job));
     for (const StagedFile& file : staged) {
         if (file.error())
-            throw std::runtime_error("cannot write " + file.target().string() + ": " +
+            throw std::runtime_error("cannot write " + loggable(file.target().string()) + ": " +
                                      file.error().message());
     }
     for (StagedFile& file : staged) {
         if (!file.commit())
-            throw std::runtime_error("cannot write " + file.target().string() + ": " +
+            throw std::runtime_error("cannot write " + loggable(file.target().string()) + ": " +
                                      file.error().message());
     }
 }

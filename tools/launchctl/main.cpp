@@ -12,6 +12,7 @@
 #include "adapter_main.h"
 #include "job_description.h"
 #include "job_files.h"
+#include "platform/loggable_text.h"
 #include "systemctl.h"
 #include "systemd_unit.h"
 
@@ -136,7 +137,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& words) {
     line.command = words[i];
     line.file = words[i + 1];
     if (line.command != "load" && line.command != "unload")
-        throw UsageError("unknown command \"" + line.command + "\"");
+        throw UsageError("unknown command \"" + loggable(line.command) + "\"");
     return line;
 }
 
@@ -150,7 +151,7 @@ void load(const CommandLine& line) {
     const JobDescription job = readJobDescription(line.file);
     for (const std::string& key : job.ignoredKeys)
         std::fprintf(stderr, "launchctl: %s: ignoring %s, which is not supported\n",
-                     line.file.c_str(), quotedForMessage(key).c_str());
+                     loggable(line.file.string()).c_str(), quotedForMessage(key).c_str());
     if (!line.root) requireSystemd(job.label, "loaded");
     writeJobFiles(job, ServiceFolders(line.root.value_or("/")));
     if (line.root) return;
@@ -167,7 +168,7 @@ void unload(const CommandLine& line) {
     const ServiceFolders folders(line.root.value_or("/"));
     switch (unitFileState(label, folders)) {
         case UnitFile::Foreign:
-            throw std::runtime_error(folders.unitFile(label).string() +
+            throw std::runtime_error(loggable(folders.unitFile(label).string()) +
                                      " was not written by launchctl; it is left alone");
         case UnitFile::Absent:
             std::fprintf(stderr, "launchctl: %s is not loaded\n", label.c_str());

@@ -11,7 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "log_text.h"
 #include "platform/logging.h"
 #include "platform/regular_file.h"
 #include "update/tq_plist_extractor.h"

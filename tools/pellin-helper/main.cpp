@@ -213,7 +213,8 @@ int main(int argc, char** argv) {
     g_autoptr(GError) error = nullptr;
     g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     if (bus == nullptr) {
-        kora::logInfo("Cannot connect to the system bus: %s", error->message);
+        kora::logInfo("Cannot connect to the system bus: %s",
+                      kora::loggable(error->message).c_str());
         kora::closeSystemLog();
         return 1;
     }
@@ -222,7 +223,7 @@ int main(int argc, char** argv) {
     try {
         status = serve(bus, *settings);
     } catch (const std::exception& failure) {
-        kora::logInfo("Cannot start: %s", failure.what());
+        kora::logInfo("Cannot start: %s", kora::loggable(failure.what()).c_str());
     }
     // Replies and the last restart request leave before the process does.
     g_dbus_connection_flush_sync(bus, nullptr, nullptr);

@@ -5,7 +5,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "log_text.h"
 #include "platform/input_limits.h"
 #include "platform/korad_bus_names.h"
 #include "platform/logging.h"
@@ -98,7 +97,7 @@ void PellinHelperService::handleMethodCall(GDBusConnection*, const gchar*, const
         g_dbus_method_invocation_return_dbus_error(
             invocation, "org.freedesktop.DBus.Error.InvalidArgs", refused.what());
     } catch (const std::exception& failure) {
-        logInfo("Cannot handle a call: %s", failure.what());
+        logInfo("Cannot handle a call: %s", loggable(failure.what()).c_str());
         g_dbus_method_invocation_return_dbus_error(invocation, "org.freedesktop.DBus.Error.Failed",
                                                    failure.what());
     }
@@ -205,7 +204,7 @@ void PellinHelperService::ownerSeen(const char* owner) {
                     [this](const std::optional<std::string>& error) {
                         if (error && phase_ == Phase::WaitingForOwner)
                             rollBack("systemd did not restart " + loggable(settings_.unit) + ": " +
-                                     *error);
+                                     loggable(*error));
                     });
         return;
     }
@@ -237,7 +236,7 @@ void PellinHelperService::rollBack(const std::string& reason) {
                 [this](const std::optional<std::string>& error) {
                     if (error)
                         logInfo("systemd did not restart %s: %s", loggable(settings_.unit).c_str(),
-                                error->c_str());
+                                loggable(*error).c_str());
                     else
                         logInfo("Restarted %s with the previous executable",
                                 loggable(settings_.unit).c_str());
