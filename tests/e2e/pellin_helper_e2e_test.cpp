@@ -17,6 +17,7 @@
 #include "support/command.h"
 #include "support/file_contents.h"
 #include "support/temp_dir.h"
+#include "support/zip_writer.h"
 
 namespace kora {
 namespace {
@@ -55,17 +56,22 @@ class PellinHelperInSandbox : public testing::Test {
         return runCommand({kSource + "/scripts/private-bus", dir_.path()});
     }
 
-    CommandOutcome session(const std::string& script) {
+    // Runs `script` in the sandbox; `sandbox` adds options of korad-sandbox.
+    CommandOutcome session(const std::string& script, const std::vector<std::string>& sandbox = {}) {
         const std::string preamble = "KORAD=" KORAD_BINARY " KORACTL=" KORACTL_BINARY
                                      " PELLIN_HELPER=" PELLIN_HELPER_BINARY
                                      " FAKE_SYSTEMD=" FAKE_SYSTEMD_BINARY
-                                     " NAMELESS=" NAMELESS_DAEMON_BINARY " OUT=" +
+                                     " NAMELESS=" NAMELESS_DAEMON_BINARY
+                                     " INSTALL_UPDATE=" INSTALL_UPDATE_BINARY " OUT=" +
                                      out().string() + " TARGET=" + target().string() + "\n. " +
                                      kSource + "/tests/e2e/session.sh\n. " + kSource +
                                      "/tests/e2e/pellin_session.sh\n";
-        return runCommand({"timeout", "120", kSource + "/scripts/korad-sandbox", "--bus",
-                           dir_.path(), "--bind", out(), "--bind", sbin(), "--ro-bind", kSource,
-                           "--ro-bind", KORAD_BUILD_DIR, "--", "bash", "-euc", preamble + script});
+        std::vector<std::string> command{"timeout", "120", kSource + "/scripts/korad-sandbox",
+                                         "--bus", dir_.path(), "--bind", out(), "--bind", sbin(),
+                                         "--ro-bind", kSource, "--ro-bind", KORAD_BUILD_DIR};
+        command.insert(command.end(), sandbox.begin(), sandbox.end());
+        command.insert(command.end(), {"--", "bash", "-euc", preamble + script});
+        return runCommand(command);
     }
     fs::path out() const { return dir_.path() / "out"; }
     fs::path sbin() const { return dir_.path() / "sbin"; }
@@ -157,6 +163,94 @@ TEST_F(PellinHelperInSandbox, RefusesUnfitCallsWithoutTouchingTheDaemonThenExits
     EXPECT_FALSE(fs::exists(out() / "restarts")) << saved("restarts");
     EXPECT_EQ(saved("helper.status"), "0\n") << saved("helper.log");
     EXPECT_NE(saved("helper.log").find("No call for a while: exiting"), std::string::npos);
+}
+
+// An update installed by the live installer with the system's tools and the
+// adapters: it installs an application into "/Applications", and its
+// "updateself" hands the new daemon to the real helper, which restarts the
+// daemon through the fake manager.
+class UpdateInstallationInSandbox : public PellinHelperInSandbox {
+  protected:
+    // Upd.zip, as the service delivers it, with `daemon` as the new korad.
+    void writeArchive(const std::string& daemon) {
+        test::ZipWriter()
+            .folder("Upd/")
+            .folder("Upd/Sample.app/")
+            .folder("Upd/Sample.app/Contents/")
+            .file("Upd/Sample.app/Contents/Info.plist", "the sample's bundle description\n")
+            .file("Upd/korad", fileContents(daemon), 0755)
+            .file("Upd/update.plist", R"(<?xml version="1.0" encoding="UTF-8"?>
+<plist version="1.0">
+<dict>
+	<key>Actions</key>
+	<array>
+		<dict>
+			<key>Command</key><string>installapp</string>
+			<key>InstallFrom</key><string>@update/Sample.app</string>
+			<key>InstallTo</key><string>@applications/Sample.app</string>
+		</dict>
+		<dict>
+			<key>Command</key><string>updateself</string>
+			<key>Binary</key><string>@update/korad</string>
+		</dict>
+	</array>
+</dict>
+</plist>
+)")
+            .write(out() / "Upd.zip");
+    }
+
+    // Installs the archive with the helper waiting `wait` seconds for the new
+    // daemon, then runs `afterwards`. The delegate's answer goes to "outcome",
+    // the installed application to "Applications".
+    CommandOutcome install(const std::string& wait, const std::string& afterwards) {
+        return session(R"(
+            start_daemon_unit
+            before=$(owner com.olvara.Korad)
+            start_helper --wait )" + wait + R"sh(
+            cp "$OUT/Upd.zip" /tmp/Upd.zip
+            "$INSTALL_UPDATE" /tmp/Upd.zip "$(sha1sum /tmp/Upd.zip | cut -c1-40)" \
+                > "$OUT/outcome" 2> "$OUT/install.log"
+            cp -r /Applications "$OUT/Applications"
+            )sh" + afterwards,
+                       {"--adapters", KORAD_BUILD_DIR, KORAD_LIBEXEC_DIR});
+    }
+
+    void expectApplicationInstalled() const {
+        EXPECT_EQ(saved("outcome"), "installationDidFinishFor\n") << saved("install.log");
+        EXPECT_EQ(saved("Applications/Sample.app/Contents/Info.plist"),
+                  "the sample's bundle description\n");
+        EXPECT_EQ(fs::status(out() / "Applications/Sample.app/Contents/Info.plist").permissions(),
+                  fs::perms(0755));
+    }
+};
+
+TEST_F(UpdateInstallationInSandbox, InstallsTheApplicationAndRestartsTheNewDaemon) {
+    writeArchive(KORAD_BINARY);
+    const auto outcome = install("10", R"(
+        wait_until new_owner_since "$before"
+        wait_until grep -q "The new daemon runs" "$OUT/helper.log"
+        daemon_runs_target && echo yes > "$OUT/runs-new")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output << saved("install.log") << saved("helper.log");
+    expectApplicationInstalled();
+    EXPECT_TRUE(fileContents(target()) == fileContents(KORAD_BINARY)) << "the new daemon is not in place";
+    EXPECT_TRUE(fileContents(sbin() / "korad.old") == oldDaemon_) << "the old daemon was not kept";
+    EXPECT_EQ(saved("restarts"), "restart korad.service replace\n");
+    EXPECT_EQ(saved("runs-new"), "yes\n") << saved("helper.log");
+}
+
+TEST_F(UpdateInstallationInSandbox, InstallsTheApplicationAndRestartsTheOldDaemonWhenTheNewOneFails) {
+    writeArchive(NAMELESS_DAEMON_BINARY);
+    const auto outcome = install("2", R"(
+        wait_until grep -q "Restarted korad.service with the previous executable" "$OUT/helper.log"
+        wait_until has_owner
+        daemon_runs_target && echo yes > "$OUT/runs-old")");
+    ASSERT_EQ(outcome.status, 0) << outcome.output << saved("install.log") << saved("helper.log");
+    expectApplicationInstalled();
+    EXPECT_TRUE(fileContents(target()) == oldDaemon_) << "the old daemon is not back";
+    EXPECT_EQ(targetFolder(), std::vector<std::string>{"korad"});
+    EXPECT_EQ(saved("restarts"), "restart korad.service replace\nrestart korad.service replace\n");
+    EXPECT_EQ(saved("runs-old"), "yes\n") << saved("helper.log");
 }
 
 // A bus that enforces the installed policy, as the system bus does.

@@ -118,15 +118,23 @@ class InstallerTest : public testing::Test {
     }
 
     // A shell script standing in for a tool: it appends its arguments as one
-    // line to `<name>.calls` and exits with the status in `<name>.status` (0
-    // when that file is missing).
-    fs::path recordingStub(const std::string& name) {
+    // line to `<name>.calls` and exits with the status in `<name>.status`.
+    // When that file is missing it runs `then` (a program and its first
+    // arguments, followed by the stub's own) and exits as it does; without
+    // `then`, with 0.
+    fs::path recordingStub(const std::string& name, const std::vector<std::string>& then = {}) {
         const fs::path script = temp.path() / "stubs" / name;
         const fs::path calls = temp.path() / "stubs" / (name + ".calls");
         const fs::path status = temp.path() / "stubs" / (name + ".status");
+        std::string last = "exit 0\n";
+        if (!then.empty()) {
+            last = "exec";
+            for (const auto& word : then) last += " '" + word + "'";
+            last += " \"$@\"\n";
+        }
         writeText(script, "#!/bin/sh\necho \"$*\" >> '" + calls.string() + "'\n" +
                               "[ -f '" + status.string() + "' ] && exit $(cat '" + status.string() +
-                              "')\nexit 0\n");
+                              "')\n" + last);
         fs::permissions(script, fs::perms::owner_all);
         return script;
     }

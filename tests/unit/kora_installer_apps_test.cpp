@@ -175,10 +175,22 @@ class InstallingDaemons : public InstallerTest {
     }
 };
 
-const std::string kJob = propertyListXml(dictionaryOf(
-    {{"Label", "com.ex.d"}, {"ProgramArguments", PlistValue::Array{"/old"}}, {"KeepAlive", true}}));
+// The job a daemon carries, with its program as the publisher built it.
+PlistDictionary jobRunning(const std::string& program) {
+    return dictionaryOf({{"Label", "com.ex.d"},
+                         {"ProgramArguments", PlistValue::Array{program}},
+                         {"KeepAlive", true},
+                         {"ThrottleInterval", 7},
+                         {"MachServices", dictionaryOf({{"com.ex.Bus", true}})}});
+}
+const std::string kJob = propertyListXml(jobRunning("/old"));
 
+// launchctl is the real adapter behind a recording wrapper, writing its unit
+// below a root folder of the test's own.
 TEST_F(InstallingDaemons, WriteTheJobPointedAtTheInstalledExecutableAndLoadIt) {
+    const fs::path root = temp.path() / "root";
+    const fs::path unit = root / "etc/systemd/system/com.ex.d.service";
+    tools.set("/bin/launchctl", recordingStub("launchctl", {LAUNCHCTL_ADAPTER, "--root", root.string()}));
     enum Previous { None, Both, JobOnly };
     const std::string job = jobFile().string();
     const std::string trying = "Trying to install daemon: com.ex.d to installpath: " + installed().string() + "\n";
@@ -210,22 +222,35 @@ TEST_F(InstallingDaemons, WriteTheJobPointedAtTheInstalledExecutableAndLoadIt) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         fs::remove_all(temp.path() / "Library");
+        fs::remove_all(root);
         fs::remove(temp.path() / "stubs/launchctl.calls");
-        if (row.previous != None) writeText(jobFile(), "old job");
+        fs::remove(temp.path() / "stubs/launchctl.status");
+        if (row.previous != None) writeText(jobFile(), kJob);
         if (row.previous == Both) writeText(installed(), "old binary");
-        setStubStatus("launchctl", row.loadStatus);
+        if (row.loadStatus != 0) setStubStatus("launchctl", row.loadStatus);
         const fs::path binary = row.elf ? elfWithJob(kJob) : machOWithJob(kJob);
         lines.clear();
 
         EXPECT_EQ(installer().InstallDaemonWithIdentifier("com.ex.d", binary), row.result);
         EXPECT_EQ(stubCalls("launchctl"), row.calls);
         EXPECT_EQ(lines, row.lines);
-        EXPECT_EQ(readPropertyListDictionary(jobFile()),
-                  dictionaryOf({{"Label", "com.ex.d"},
-                                {"ProgramArguments", PlistValue::Array{installed().string()}},
-                                {"KeepAlive", true}}));
+        EXPECT_EQ(readPropertyListDictionary(jobFile()), jobRunning(installed().string()));
         EXPECT_EQ(readText(installed()), readText(binary));
         EXPECT_EQ(modeOf(installed()), modeOf(binary));
+        if (!row.result) {
+            EXPECT_FALSE(fs::exists(unit));
+            continue;
+        }
+        const std::string unitText = readText(unit);
+        for (const std::string& line :
+             {"ExecStart=" + installed().string(), std::string("Restart=always"),
+              std::string("StartLimitIntervalSec=0"), std::string("RestartSec=7"),
+              std::string("Type=dbus"), std::string("BusName=com.ex.Bus")}) {
+            EXPECT_NE(unitText.find("\n" + line + "\n"), std::string::npos) << line << "\n" << unitText;
+        }
+        EXPECT_NE(readText(root / "usr/share/dbus-1/system-services/com.ex.Bus.service")
+                      .find("SystemdService=com.ex.d.service\n"),
+                  std::string::npos);
     }
 }
 
