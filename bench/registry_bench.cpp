@@ -19,6 +19,7 @@
 #include <string>
 
 #include "controller/kora_controller.h"
+#include "soap/soap_update_service.h"
 #include "platform/workspace.h"
 
 namespace {
@@ -65,7 +66,9 @@ std::unique_ptr<kora::KoraController> controllerWith(const fs::path& file, int a
     settings.preferencesFolder = file.parent_path();
     settings.workspace = std::make_shared<NoApplications>();
     settings.tickInterval = std::chrono::hours(24);
-    auto controller = std::make_unique<kora::KoraController>(std::move(settings));
+    // Registering never reaches the update service.
+    static kora::SoapUpdateService unusedService("http://127.0.0.1:9/");
+    auto controller = std::make_unique<kora::KoraController>(std::move(settings), unusedService);
     for (int index = 0; index < applications; ++index) registerOne(*controller, index);
     return controller;
 }
