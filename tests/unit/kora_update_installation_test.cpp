@@ -178,10 +178,10 @@ const ScriptRow kScriptRows[] = {
      false, "exit 1"},
     // Texts from the script go into the log escaped, so none can forge a line,
     // and cut at 1 KiB with their length noted.
-    {"CopyFromAPathHoldingAnEndOfLineAndAnEscape",
-     {act({{"Command", "updatefiles"}, {"From", "@update/f\nforged\x1b[2J"}, {"To", "@tmp/t"}})},
+    {"CopyFromAPathHoldingAnEndOfLineAndATab",
+     {act({{"Command", "updatefiles"}, {"From", "@update/f\nforged\t[2J"}, {"To", "@tmp/t"}})},
      false,
-     {"Performing updatefiles\n", "Error copying files from: @update/f\\nforged\\x1b[2J to: @tmp/t\n"},
+     {"Performing updatefiles\n", "Error copying files from: @update/f\\nforged\\t[2J to: @tmp/t\n"},
      true, "exit 0", ToolTable::kCp},
     {"PackagePathOver1KiB", {act({{"Command", "installpkg"}, {"Package", "/" + std::string(1100, 'p')}})},
      false,
