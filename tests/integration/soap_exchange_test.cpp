@@ -95,6 +95,9 @@ TEST_F(SoapExchange, SendsTheEnvelopeWithTheRequestHeaders) {
 
 TEST_F(SoapExchange, RepliesBecomeBodyPartsOrErrors) {
     const std::string bigBody(kMaxReplyBodyBytes + 1, ' ');
+    // A reply of exactly the cap is read: the response padded with spaces.
+    std::string fullBody = kCheckResponse;
+    fullBody.resize(kMaxReplyBodyBytes, ' ');
     const std::string tooBig = httpError(2, "Reply body larger than 4194304 bytes");
     const std::pair<ScriptedReply, std::string> cases[] = {
         {{.status = 500,
@@ -118,6 +121,7 @@ TEST_F(SoapExchange, RepliesBecomeBodyPartsOrErrors) {
         {{.body = "this is not <xml"}, kXmlError},
         {{.body = "<!DOCTYPE e [<!ENTITY x 'y'>]><e>&x;</e>"}, kXmlError},
         {{.body = ""}, kXmlError},
+        {{.body = fullBody}, "KORA_CheckResponse"},
         {{.body = bigBody}, tooBig},
         {{.body = bigBody, .chunked = true}, tooBig},
     };
