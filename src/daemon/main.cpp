@@ -19,6 +19,7 @@
 #include "daemon/embedded_plists.h"
 #include "platform/korad_bus_names.h"
 #include "platform/logging.h"
+#include "platform/system_bus.h"
 #include "soap/soap_update_service.h"
 
 namespace {
@@ -117,20 +118,14 @@ int serve(GDBusConnection* bus, int argc) {
 
 int main(int argc, char** argv) {
     (void)argv;
-    // Checking in is connecting to the system bus; DBUS_SYSTEM_BUS_ADDRESS
-    // chooses another bus for development and tests.
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    // Checking in is connecting to the system bus. A closed bus ends the loop
+    // through the lost name, and the shutdown runs.
     kora::openSystemLog();
+    g_autoptr(GDBusConnection) bus = kora::connectToSystemBus();
     if (bus == nullptr) {
-        kora::logInfo("Cannot connect to the system bus: %s",
-                      kora::loggable(error->message).c_str());
         kora::closeSystemLog();
         return 1;
     }
-    // A closed bus ends the loop through the lost name, and the shutdown runs,
-    // instead of GLib raising SIGTERM behind our back.
-    g_dbus_connection_set_exit_on_close(bus, FALSE);
 
     int status = 1;
     try {

@@ -19,6 +19,7 @@
 #include "pellin_helper_service.h"
 #include "platform/logging.h"
 #include "platform/pellin_helper_bus_names.h"
+#include "platform/system_bus.h"
 
 namespace {
 
@@ -210,15 +211,11 @@ int main(int argc, char** argv) {
     if (!settings) return helped ? 0 : 2;
 
     kora::openSystemLog();
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    g_autoptr(GDBusConnection) bus = kora::connectToSystemBus();
     if (bus == nullptr) {
-        kora::logInfo("Cannot connect to the system bus: %s",
-                      kora::loggable(error->message).c_str());
         kora::closeSystemLog();
         return 1;
     }
-    g_dbus_connection_set_exit_on_close(bus, FALSE);
     int status = 1;
     try {
         status = serve(bus, *settings);
