@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -45,8 +46,19 @@ class KoraUpdate : public std::enable_shared_from_this<KoraUpdate> {
     bool shouldPostpone(Date now) const;
     bool shouldPostpone() const;
 
-    // The download (startDownload, pauseDownload, cancelDownload and its
-    // callbacks) is added with the downloader; it reports through the delegate.
+    // Starts downloading `downloadLocation` into the download folder and
+    // returns hasStartedDownload. Without a location it starts nothing. The
+    // outcome reaches the delegate later, on the main loop: downloadErrorOn or
+    // downloadDidFinishFor, exactly once, unless the download is cancelled.
+    bool startDownload();
+    // Both stop a running download; no callback follows. A later
+    // startDownload begins again from the start. Without a download, nothing.
+    void pauseDownload();
+    void cancelDownload();
+    // Where archives are written: "/tmp/" unless a test points it elsewhere.
+    // Running state, not stored.
+    void setDownloadFolder(std::filesystem::path folder) { downloadFolder_ = std::move(folder); }
+    const std::filesystem::path& downloadFolder() const { return downloadFolder_; }
 
     // Installs the downloaded archive and returns when everything is done:
     // checks it against `hash` (letter case aside), stops the application for
@@ -144,6 +156,7 @@ class KoraUpdate : public std::enable_shared_from_this<KoraUpdate> {
     bool hasStartedInstallation_ = false;
     std::optional<PlistValue::Data> receivedData_;
     KoraUpdateDelegate* delegate_ = nullptr;
+    std::filesystem::path downloadFolder_ = "/tmp/";
 };
 
 }  // namespace kora
