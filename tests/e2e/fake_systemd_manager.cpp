@@ -1,13 +1,7 @@
-// A stand-in for systemd's manager object on a private bus, for tests of the
-// self-update helper: it owns org.freedesktop.systemd1 and answers
-// org.freedesktop.systemd1.Manager.RestartUnit(ss) -> o for one unit the way
-// systemd restarts a service: the running process gets SIGTERM and is waited
-// for, then the unit's executable starts again from its path.
-//
 // usage: fake_systemd_manager UNIT EXECUTABLE FOLDER
-// The executable starts once at the beginning, as at boot. Every restart
-// appends "restart UNIT MODE" to FOLDER/restarts, and FOLDER/main-pid holds the
-// process ID of the unit's current process. SIGTERM stops the process and exits.
+// systemd's manager for one unit on a private bus: RestartUnit stops the process with SIGTERM
+// and starts EXECUTABLE again, appending "restart UNIT MODE" to FOLDER/restarts; FOLDER/main-pid
+// holds the current process ID.
 
 #include <gio/gio.h>
 #include <glib-unix.h>

@@ -1,11 +1,6 @@
-// Installs one downloaded update archive as the daemon would, with the live
-// installer (the fixed paths, the system's cp, chmod and unzip, and the
-// adapters in the daemon's libexec folder) and the self-update helper on the
-// system bus. For end-to-end tests inside korad-sandbox.
-//
 // usage: install_update ARCHIVE HASH [PARAMETERS]
-// Prints the delegate's answer ("installationDidFinishFor" or
-// "installationErrorOn") on standard output; exits 0 once the run has ended.
+// Installs an update archive as the daemon would, with the live installer and the self-update
+// helper on the system bus, and prints the delegate's answer (the helper's to standard error).
 
 #include <cstdio>
 #include <memory>
@@ -32,6 +27,16 @@ struct PrintingDelegate : kora::KoraUpdateDelegate {
     }
 };
 
+// The helper on the bus, whose answer goes to standard error.
+struct ReportingHelper : kora::DBusSelfUpdateHelper {
+    bool installDaemonWithIdentifier(const std::optional<std::string>& identifier,
+                                     const std::optional<std::string>& binary) override {
+        const bool installed = DBusSelfUpdateHelper::installDaemonWithIdentifier(identifier, binary);
+        std::fprintf(stderr, "the helper answered %s\n", installed ? "true" : "false");
+        return installed;
+    }
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -42,7 +47,7 @@ int main(int argc, char** argv) {
     kora::LiveWorkspace workspace;
     kora::LiveInstallerServices services;
     kora::KoraInstaller installer(services.context(workspace, ""));
-    kora::DBusSelfUpdateHelper helper;
+    ReportingHelper helper;
     PrintingDelegate delegate;
 
     auto update = std::make_shared<KoraUpdate>();

@@ -1,7 +1,5 @@
-// The real korad and koractl, each session in a fresh bubblewrap sandbox with
-// private "/Library", "/Applications", "/Users" and "/tmp", on a private bus.
-// A session is a shell script (helpers in session.sh) that leaves what it saw
-// in $OUT; the tests read it from there.
+// The real korad and koractl, each session a script (helpers in session.sh) in a fresh
+// bubblewrap sandbox on a private bus, leaving what it saw in $OUT.
 
 #include <gio/gio.h>
 #include <gtest/gtest.h>
@@ -16,6 +14,7 @@
 #include "platform/input_limits.h"
 #include "support/loopback_soap_server.h"
 #include "support/command.h"
+#include "support/file_text.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -30,8 +29,6 @@ Outcome run(const std::vector<std::string>& command) { return runCommand(command
 class KoradInSandbox : public testing::Test {
   protected:
     void SetUp() override {
-        // Only a machine where bubblewrap cannot run at all skips; any other
-        // failure below is a failure.
         const Outcome probe = run({"bwrap", "--ro-bind", "/", "/", "true"});
         if (probe.status != 0) GTEST_SKIP() << "bubblewrap cannot run here: " << probe.output;
         std::filesystem::create_directory(dir_.path() / "out");
@@ -53,11 +50,7 @@ class KoradInSandbox : public testing::Test {
                     kSource, "--ro-bind", KORAD_BUILD_DIR, "--", "bash", "-euc", preamble + script});
     }
     std::filesystem::path out() const { return dir_.path() / "out"; }
-    std::string saved(const std::string& name) const {
-        g_autofree gchar* text = nullptr;
-        g_file_get_contents((out() / name).c_str(), &text, nullptr, nullptr);
-        return text ? text : "";
-    }
+    std::string saved(const std::string& name) const { return fileText(out() / name); }
 
     TempDir dir_;
     int busPid_ = 0;
@@ -123,8 +116,7 @@ TEST_F(KoradInSandbox, RefusesToStartClearlyWhenTheNameIsTakenOrThereIsNoBus) {
     EXPECT_EQ(saved("echo"), "still-here\n") << "the first instance stopped serving";
 }
 
-// A service whose reply never ends (a byte every 500 ms) holds the uninstall
-// notice; SIGTERM still ends korad at once, with its registry written.
+// A reply trickling a byte every 500 ms holds the notice; SIGTERM still ends korad at once.
 TEST_F(KoradInSandbox, SigtermEndsKoradWaitingOnATricklingServiceWithinTheGrace) {
     testing_support::LoopbackSoapServer service;
     service.answerAlways({.body = std::string(100000, ' '), .trickleMs = 500});

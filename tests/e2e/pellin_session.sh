@@ -1,6 +1,4 @@
-# Sourced, after session.sh, by the self-update helper's sessions inside
-# korad-sandbox. PELLIN_HELPER, FAKE_SYSTEMD and TARGET (the daemon's
-# executable, in a writable folder) come from the test.
+# Sourced after session.sh by the helper's sessions; PELLIN_HELPER, FAKE_SYSTEMD, TARGET come from the test.
 
 # Prints the unique name that owns $1 on the bus, or nothing.
 owner() {
@@ -29,8 +27,7 @@ new_owner_since() {
   [[ -n $now && $now != "$1" ]]
 }
 
-# The fake of systemd's manager, which starts $TARGET as korad.service, and
-# waits until the daemon serves.
+# Starts $TARGET as korad.service through the fake manager and waits until it serves.
 start_daemon_unit() {
   "$FAKE_SYSTEMD" korad.service "$TARGET" "$OUT" >>"$log" 2>&1 &
   wait_until has_owner
@@ -43,17 +40,14 @@ start_helper() {
   wait_until has_name_owner com.olvara.PellinHelper
 }
 
-# Calls the helper's operation with two GVariant texts; prints the answer or
-# the error, on one line. $as_user, when set, is a command prefix that calls
-# as another user.
+# Calls the helper with two GVariant texts and prints the one-line answer; $as_user prefixes the call.
 install_daemon() {
   { ${as_user:-} gdbus call --system --dest com.olvara.PellinHelper --object-path /com/olvara/PellinHelper \
       --method com.olvara.PellinHelper.installDaemonWithIdentifier_andBinary "$@" 2>&1 || true; } |
     head -n 1
 }
 
-# Whether the daemon's process, as the fake manager last started it, runs the
-# file now at $TARGET.
+# Whether the daemon's current process runs the file now at $TARGET.
 daemon_runs_target() {
   cmp -s "/proc/$(cat "$OUT/main-pid")/exe" "$TARGET"
 }

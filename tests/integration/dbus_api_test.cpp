@@ -1,6 +1,5 @@
-// The daemon's D-Bus face against a private dbus-daemon: the vending adapter
-// serves a recording controller on the main loop, and the client library calls
-// it from a second thread (the client blocks; the main thread keeps serving).
+// The D-Bus adapter serves a recording controller on a private dbus-daemon; the client
+// library calls it from a second thread while the main thread serves.
 
 #include <gio/gio.h>
 #include <gmock/gmock.h>
@@ -31,8 +30,7 @@ std::string show(const OptionalString& text) {
     return text ? "'" + *text + "'" : "<absent>";
 }
 
-// Records every call as one line. Its answers are ones the adapter cannot make
-// up: echo and setRoaming hand back their argument, the others true and "token".
+// Records every call as one line; its answers are ones the adapter cannot make up.
 class RecordingController : public VendedController {
   public:
     using S = const OptionalString&;
@@ -93,8 +91,7 @@ class DBusApi : public testing::Test {
             nullptr, nullptr, nullptr);
     }
 
-    // Runs a blocking client call on another thread while this thread turns
-    // the main loop, as the daemon's thread does.
+    // Runs a blocking client call on another thread while this thread turns the main loop.
     template <typename Call>
     static auto served(Call call) {
         auto future = std::async(std::launch::async, call);
@@ -103,14 +100,9 @@ class DBusApi : public testing::Test {
         return future.get();
     }
 
-    // A call with hand-made arguments (GVariant text), bypassing the client library.
-    static GVariant* rawCall(const char* interface, const char* member, const char* arguments,
+    // A call with hand-made arguments, bypassing the client library.
+    static GVariant* rawCall(const char* interface, const char* member, GVariant* arguments,
                              GError** error) {
-        return variantCall(interface, member,
-                           arguments ? g_variant_new_parsed(arguments) : nullptr, error);
-    }
-    static GVariant* variantCall(const char* interface, const char* member, GVariant* arguments,
-                                 GError** error) {
         return served([&] {
             g_autoptr(GDBusConnection) c = connect();
             GVariant* reply =
@@ -121,21 +113,20 @@ class DBusApi : public testing::Test {
             return reply;
         });
     }
-    // The D-Bus error code of a call, or -1 when it succeeded.
-    static int rawCallError(const char* member, const char* arguments) {
-        return variantCallError(member, arguments ? g_variant_new_parsed(arguments) : nullptr);
-    }
-    static int variantCallError(const char* member, GVariant* arguments) {
+    // The D-Bus error code of a call (arguments in GVariant text), or -1 when it succeeded.
+    static int callError(const char* member, GVariant* arguments) {
         g_autoptr(GError) error = nullptr;
-        g_autoptr(GVariant) reply = variantCall(kKoradInterface, member, arguments, &error);
+        g_autoptr(GVariant) reply = rawCall(kKoradInterface, member, arguments, &error);
         (void)reply;
         return error && error->domain == G_DBUS_ERROR ? error->code : -1;
     }
-    // The same with every argument a nullable string.
+    static int callError(const char* member, const char* arguments) {
+        return callError(member, g_variant_new_parsed(arguments));
+    }
     static int callError(const char* member, const std::vector<OptionalString>& texts) {
         std::vector<GVariant*> elements;
         for (const OptionalString& text : texts) elements.push_back(nullableStringVariant(text));
-        return variantCallError(member, g_variant_new_tuple(elements.data(), elements.size()));
+        return callError(member, g_variant_new_tuple(elements.data(), elements.size()));
     }
 
     // A real controller's settings, on a registry file in a private folder.
@@ -199,7 +190,7 @@ TEST_F(DBusApi, WrongArgumentTypesAreRefusedAndChangeNothing) {
     };
     // clang-format on
     for (const auto& row : rows)
-        EXPECT_EQ(rawCallError(row.member, row.arguments), G_DBUS_ERROR_INVALID_ARGS)
+        EXPECT_EQ(callError(row.member, row.arguments), G_DBUS_ERROR_INVALID_ARGS)
             << row.member << row.arguments;
     // Text D-Bus cannot carry is refused by the client, not sent altered.
     for (const std::string& text : {std::string("a\xff"), std::string("a\0b", 3)})
@@ -207,8 +198,7 @@ TEST_F(DBusApi, WrongArgumentTypesAreRefusedAndChangeNothing) {
     EXPECT_TRUE(controller_.calls.empty());
 }
 
-// Each cap at its boundary: the cap passes, one byte more is refused before
-// the controller is called. Stored arguments carry only what XML 1.0 can.
+// Each cap passes and one byte more is refused; stored arguments hold only XML 1.0 text.
 TEST_F(DBusApi, StringArgumentsAreCappedAndStoredOnesHoldOnlyXmlCharacters) {
     const std::string id(kMaxIdentifierBytes, 'i'), path(kMaxPathBytes, 'p');
     const std::string echo(kMaxEchoBytes, 'e');
@@ -249,8 +239,7 @@ TEST_F(DBusApi, StringArgumentsAreCappedAndStoredOnesHoldOnlyXmlCharacters) {
     EXPECT_EQ(controller_.calls.size(), accepted) << "a refused call reached the controller";
 }
 
-// A real controller and registry behind the bus. Clients may send anything;
-// whatever they send, the registry stays one that the next start can read.
+// A real controller behind the bus: whatever clients send, the next start reads the registry.
 TEST_F(DBusApi, RegistrationsSurviveARestartWhateverClientsSent) {
     const KoraControllerSettings settings = realControllerSettings();
     RecordingUpdateService service;  // nothing here reaches the service
@@ -272,10 +261,8 @@ TEST_F(DBusApi, RegistrationsSurviveARestartWhateverClientsSent) {
     EXPECT_EQ(restarted.db().registeredApplications().size(), 1u);
 }
 
-// At the real cap: the padding makes the file exactly kPlistMaxBytes once
-// com.small is registered. A larger registration is refused with
-// LimitsExceeded and leaves memory and file as they were; the exact fit is
-// written and read back at the next start.
+// Padding makes the file exactly kPlistMaxBytes with com.small: a larger registration is
+// refused with LimitsExceeded and changes nothing; the exact fit is written and read back.
 TEST_F(DBusApi, ARegistryAtItsSizeCapTakesNoChangeThatWouldPassIt) {
     const KoraControllerSettings settings = realControllerSettings();
     RecordingUpdateService service;  // nothing here reaches the service
@@ -310,7 +297,7 @@ TEST_F(DBusApi, ARegistryAtItsSizeCapTakesNoChangeThatWouldPassIt) {
 }
 
 TEST_F(DBusApi, AControllerFailureBecomesADBusErrorAndTheDaemonKeepsServing) {
-    EXPECT_EQ(rawCallError("echo", "(['throw'],)"), G_DBUS_ERROR_FAILED);
+    EXPECT_EQ(callError("echo", "(['throw'],)"), G_DBUS_ERROR_FAILED);
     EXPECT_EQ(served([&] { return KoraClient(address()).echo("still here"); }), "still here");
 }
 
@@ -345,8 +332,7 @@ TEST_F(DBusApi, IntrospectionDescribesEveryMemberWithItsSignature) {
               "echo(as)as\n");
 }
 
-// Service exchanges wait for their replies by turning the main loop inside the
-// timer's callback; client calls must be served in that nested loop.
+// Service exchanges wait in a nested loop inside a timer; client calls are served there.
 TEST_F(DBusApi, ACallIsServedWhileATimerCallbackWaitsInANestedLoop) {
     g_timeout_add(
         0,

@@ -13,7 +13,7 @@
 
 #include "executable_replacement.h"
 #include "platform/logging.h"
-#include "support/file_contents.h"
+#include "support/file_text.h"
 #include "support/temp_dir.h"
 
 namespace kora {
@@ -21,17 +21,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-
-void write(const fs::path& file, const std::string& text) {
-    std::ofstream(file, std::ios::binary) << text;
-}
-
 class AnExecutableReplacement : public testing::Test {
   protected:
     void SetUp() override {
         setLogSink([this](LogChannel, int, const std::string& text) { log_ += text + "\n"; });
         fs::create_directory(sbin());
-        write(target(), "old daemon");
+        writeFileText(target(), "old daemon");
         fs::copy_file(KORAD_BINARY, newDaemon());
     }
     void TearDown() override { setLogSink({}); }
@@ -47,26 +42,26 @@ class AnExecutableReplacement : public testing::Test {
 };
 
 TEST_F(AnExecutableReplacement, InstallsAnExecutableWritableOnlyByRootAndKeepsTheCurrentOne) {
-    write(sbin() / "korad.old", "older daemon");
+    writeFileText(sbin() / "korad.old", "older daemon");
     fs::permissions(newDaemon(), fs::perms::owner_read | fs::perms::owner_write);
 
     ASSERT_TRUE(replacement_.install("com.olvara.Korad", newDaemon())) << log_;
-    EXPECT_TRUE(fileContents(target()) == fileContents(KORAD_BINARY));
-    EXPECT_EQ(fileContents(sbin() / "korad.old"), "old daemon");
+    EXPECT_TRUE(fileText(target()) == fileText(KORAD_BINARY));
+    EXPECT_EQ(fileText(sbin() / "korad.old"), "old daemon");
     EXPECT_EQ(folder(), (std::vector<std::string>{"korad", "korad.old"}));
     struct stat status {};
     ASSERT_EQ(::stat(target().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0755u);
 
     ASSERT_TRUE(replacement_.rollBack()) << log_;
-    EXPECT_EQ(fileContents(target()), "old daemon");
+    EXPECT_EQ(fileText(target()), "old daemon");
     EXPECT_EQ(folder(), std::vector<std::string>{"korad"});
     EXPECT_FALSE(replacement_.rollBack()) << "nothing is left to put back";
-    EXPECT_EQ(fileContents(target()), "old daemon");
+    EXPECT_EQ(fileText(target()), "old daemon");
 }
 
 TEST_F(AnExecutableReplacement, RefusesWhatIsNotTheDaemonsExecutableAndChangesNothing) {
-    write(dir_.path() / "script", "#!/bin/sh\necho korad\n");
+    writeFileText(dir_.path() / "script", "#!/bin/sh\necho korad\n");
     fs::create_directory(dir_.path() / "folder");
     ASSERT_EQ(::mkfifo((dir_.path() / "fifo").c_str(), 0600), 0);
     // Sparse: one byte more than an executable may have, without the disk space.
@@ -92,7 +87,7 @@ TEST_F(AnExecutableReplacement, RefusesWhatIsNotTheDaemonsExecutableAndChangesNo
         log_.clear();
         EXPECT_FALSE(replacement_.install(row.identifier, row.file)) << row.file;
         EXPECT_NE(log_.find(row.why), std::string::npos) << row.file << ": " << log_;
-        EXPECT_EQ(fileContents(target()), "old daemon") << row.file;
+        EXPECT_EQ(fileText(target()), "old daemon") << row.file;
         EXPECT_EQ(folder(), std::vector<std::string>{"korad"}) << row.file;
     }
 }

@@ -1,6 +1,5 @@
-// The HTTP rules of a service exchange, against a strict loopback server: every
-// request is declared up front, and one that is unexpected, or expected and
-// never sent, fails the test.
+// HTTP rules of a service exchange, against a strict loopback server that fails the test on
+// an unexpected request or an expected one never sent.
 
 #include <gio/gio.h>
 #include <gtest/gtest.h>
@@ -64,8 +63,6 @@ class ServiceExchangeRules : public testing::Test {
     LoopbackSoapServer server_;
 };
 
-// The service answers text/xml or application/xml, with or without
-// parameters; anything else is not a SOAP reply.
 TEST_F(ServiceExchangeRules, BothXmlContentTypesAreReadAsSoapReplies) {
     const struct {
         const char* contentType;
@@ -86,8 +83,7 @@ TEST_F(ServiceExchangeRules, BothXmlContentTypesAreReadAsSoapReplies) {
     }
 }
 
-// A header that cannot travel as given (a line break that would start a header
-// of its own, a name with a space or colon) is left out; the others go.
+// A header with a line break, or a name with a space or colon, is left out; the others go.
 TEST_F(ServiceExchangeRules, UnsendableRequestHeadersAreLeftOutAndTheRestSent) {
     server_.expect({.headers = {{"X-Kept", "yes"}, {"X-Also-Kept", "a b"}},
                     .absentHeaders = {"X-Split", "X-Injected", "Bad Name", "X-Colon"},
@@ -108,8 +104,7 @@ TEST_F(ServiceExchangeRules, UnsendableRequestHeadersAreLeftOutAndTheRestSent) {
     EXPECT_EQ(delegate->body, kCheckResponse);
 }
 
-// A body the delegate does not want is not read: the connection is dropped at
-// once, before the server could send it all.
+// A body the delegate does not want is not read: the connection is dropped at once.
 TEST_F(ServiceExchangeRules, ARefusedBodyIsAbandonedAndItsConnectionDropped) {
     const std::string longBody(2000, 'x');  // 20 s at one byte every 10 ms
     server_.expect({.reply = {.body = longBody, .trickleMs = 10, .trickleBytes = 1}});
@@ -123,9 +118,7 @@ TEST_F(ServiceExchangeRules, ARefusedBodyIsAbandonedAndItsConnectionDropped) {
     EXPECT_FALSE(delegate->ended) << "the delegate heard an end after refusing the body";
 }
 
-// An exchange that ends before its reply has even begun (its deadline passed)
-// drops its connection rather than leave the request waiting: the server
-// finds nobody to answer when its reply is ready.
+// An exchange past its deadline drops its connection: the server finds nobody to answer.
 TEST_F(ServiceExchangeRules, AnExchangePastItsDeadlineLeavesNoRequestWaiting) {
     server_.expect({.reply = {.body = kCheckResponse, .held = true}});
     auto delegate = std::make_shared<ListeningDelegate>(true);

@@ -1,12 +1,14 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "platform/input_limits.h"
 #include "platform/logging.h"
 #include "platform/http_exchange.h"
 #include "soap/kora.h"
@@ -20,8 +22,7 @@ namespace {
 
 using namespace testing_support;
 
-// The call's outcome in short: its error, or its body parts as record type
-// names and "Fault:<faultcode>" ("absent" when there are none).
+// The call's error, or its body parts as record type names and "Fault:<faultcode>".
 std::string outcome(const KORASoapBindingResponse& response) {
     if (response.error()) {
         return response.error()->text() + (response.bodyParts() ? " and body parts" : "");
@@ -149,9 +150,7 @@ TEST_F(SoapExchange, TransportFailuresArePassedOnUnchanged) {
     }
 }
 
-// libsoup's time-out measures only inactivity; the deadline ends a reply
-// that keeps trickling, with the same error. The daemon's deadline is
-// kExchangeDeadline; here it is 2 s.
+// libsoup's time-out measures only inactivity; the deadline (here 2 s) ends a trickling reply.
 TEST_F(SoapExchange, AReplyStillTricklingAtTheDeadlineEndsAsTimedOut) {
     auto binding = this->binding();
     EXPECT_EQ(binding->exchangeDeadline(), kExchangeDeadline);
@@ -279,8 +278,26 @@ TEST_F(SoapExchange, TheFactoriesMakeBindingsOfTheirKindForTheBuiltInOrAGivenAdd
               "KORASoap12BindingResponseHTTP");
 }
 
-// A synchronous call that, 50 ms into its wait, starts `nested` from a timer.
-// Replies to "outer", "middle" and "inner" come after 400, 200 and 0 ms.
+// A reply body is traced whole, line breaks kept; only controls that could drive a terminal are escaped.
+TEST(AnExchangeTrace, KeepsTheReplyBodyWholeWithItsLineBreaks) {
+    std::string body = "<?xml version=\"1.0\"?>\r\n<junk>";
+    std::string traced = "<?xml version=\"1.0\"?>\\r\n<junk>";
+    while (body.size() <= 4 * kMaxLoggedTextBytes) {
+        body += std::string("\tline\x1b[2J\0\n", 11);
+        traced += "\tline\\x1b[2J\\x00\n";
+    }
+    LoopbackSoapServer server;
+    server.answerAlways({.body = body});
+    std::vector<std::string> traces;
+    setLogSink([&](LogChannel, int, const std::string& text) { traces.push_back(text); });
+    auto binding = std::make_shared<KORASoap12Binding>(server.url());
+    binding->setLogXMLInOut(true);
+    binding->CheckUsingParameters(KORA_Check());
+    setLogSink({});
+    EXPECT_NE(std::find(traces.begin(), traces.end(), "ResponseBody:\n" + traced), traces.end());
+}
+
+// A synchronous call that starts `nested` from a timer 50 ms into its wait.
 struct NestedCall {
     const char* name;
     NestedCall* nested;

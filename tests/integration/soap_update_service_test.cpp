@@ -22,9 +22,7 @@ ScriptedReply responseRecordFor(const ReceivedRequest& request) {
     const std::string operation = request.headers.at("SOAPAction").substr(kActionPrefix.size());
     const std::string result =
         operation == "Check" ? "<CheckResult><UpdateID>u-1</UpdateID></CheckResult>" : "";
-    return {.body = soap11Envelope("<" + operation +
-                                   "Response xmlns='http://kora.olvara.com/ns/"
-                                   "KORA'>" +
+    return {.body = soap11Envelope("<" + operation + "Response xmlns='http://kora.olvara.com/ns/KORA'>" +
                                    result + "</" + operation + "Response>"),
             .headers = {{"Set-Cookie", "session=" + operation + "; Path=/"}}};
 }
@@ -91,19 +89,12 @@ TEST_F(ASoapUpdateService, TellsTheExpectedRecordAFaultAnUnknownBodyAndAFailedEx
         bool hasBodyParts, response, fault;
         std::optional<std::string> errorDomain;
     };
+    const std::string fault = soap11Envelope("<soap:Fault><faultcode>x</faultcode></soap:Fault>");
     const Row rows[] = {
         {{.body = soap11Envelope("<UninstallResponse/>")}, true, true, false, std::nullopt},
-        {{.status = 500,
-          .body = soap11Envelope("<soap:Fault><faultcode>x</faultcode></soap:Fault>")},
-         true,
-         false,
-         true,
-         std::nullopt},
+        {{.status = 500, .body = fault}, true, false, true, std::nullopt},
         {{.body = soap11Envelope("<CheckResponse/>")}, false, false, false, std::nullopt},
-        {{.contentType = "text/html", .body = "<html/>"},
-         false,
-         false,
-         false,
+        {{.contentType = "text/html", .body = "<html/>"}, false, false, false,
          "KORASoap12BindingResponseHTTP"},
     };
     for (const Row& row : rows) {
@@ -113,9 +104,8 @@ TEST_F(ASoapUpdateService, TellsTheExpectedRecordAFaultAnUnknownBodyAndAFailedEx
         EXPECT_EQ(reply.hasBodyParts, row.hasBodyParts);
         EXPECT_EQ(reply.response.has_value(), row.response);
         EXPECT_EQ(reply.fault.has_value(), row.fault);
-        if (reply.fault) {
-            EXPECT_EQ(reply.fault->faultcode(), "x");
-        }
+        EXPECT_EQ(reply.fault ? reply.fault->faultcode() : std::nullopt,
+                  row.fault ? std::optional<std::string>("x") : std::nullopt);
         EXPECT_EQ(reply.error ? std::optional(reply.error->domain) : std::nullopt, row.errorDomain);
     }
 }

@@ -72,16 +72,14 @@ struct LogLine {
     bool operator==(const LogLine&) const = default;
 };
 
-inline PlistDictionary dictionaryOf(std::initializer_list<std::pair<const char*, PlistValue>> entries) {
-    PlistDictionary dictionary;
-    for (const auto& [key, value] : entries) dictionary.set(key, value);
-    return dictionary;
+// One action of an update script.
+inline PlistDictionary act(const std::vector<std::pair<std::string, PlistValue>>& entries) {
+    return dictionaryOf(entries);
 }
 
-// A machine in a temporary folder: "tmp/" where archives arrive and unpack,
-// "Applications", the daemon folders, user homes, and recording stubs for the
-// package installer and launchctl. cp, chmod and unzip are the real tools.
-class InstallationMachine {
+// A machine in a temporary folder with recording stubs for installer and launchctl;
+// cp, chmod and unzip are the real tools.
+class InstallationMachine : public InstallerServices {
     TempDir temp_;
 
   public:
@@ -91,12 +89,7 @@ class InstallationMachine {
     const fs::path users = root / "Users";
     const fs::path calls = root / "calls.log";
 
-    FakeWorkspace workspace;
-    FakeRunningApplications running;
-    FakeLauncher launcher;
-    FakeReachability network;
     PlainUserPreferences preferences;
-    LiveToolRunner runner;
     RecordingHelper helper;
     RecordingDelegate delegate;
     std::vector<LogLine> log;
@@ -123,11 +116,10 @@ class InstallationMachine {
     }
 
     KoraInstaller installer(const std::string& missingTool = "") {
-        ToolTable tools;
         tools.set(ToolTable::kInstaller, root / "stubs/installer");
         tools.set(ToolTable::kLaunchctl, root / "stubs/launchctl");
         if (!missingTool.empty()) tools.set(missingTool, root / "no-such-tool");
-        InstallerPaths paths{
+        const InstallerPaths paths{
             .registryFile = root / "registry.plist",
             .applications = applications.string(),
             .tmp = tmp.string(),
@@ -135,18 +127,10 @@ class InstallationMachine {
             .installedExecutable = (root / "Library/PrivilegedHelperTools/%@").string(),
             .users = users / "",
         };
-        return KoraInstaller(KoraInstallerContext{.paths = paths, .tools = tools, .runner = runner,
-                                                  .workspace = workspace,
-                                                  .runningApplications = running,
-                                                  .launcher = launcher, .reachability = network,
-                                                  .userPreferences = preferences,
-                                                  .reachabilityHost = "",
-                                                  .daemonLoadPause = {}});
+        return KoraInstaller(context(paths, preferences, ""));
     }
 
-    // An archive at tmp/NAME holding "Upd/update.plist" with `script` (unless
-    // it is absent) and whatever `payload` adds; the update points at it with
-    // its true digest.
+    // An update of tmp/NAME (with its true digest) holding `payload` and, unless absent, `script`.
     std::shared_ptr<KoraUpdate> updateFor(const std::optional<PlistDictionary>& script,
                                           ZipWriter payload = {}, const std::string& name = "Upd.zip") {
         payload.folder("Upd/");
@@ -173,10 +157,7 @@ class InstallationMachine {
         return text;
     }
 
-    std::string callsMade() const {
-        std::ifstream in(calls);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
+    std::string callsMade() const { return fileText(calls); }
 };
 
 }  // namespace kora::test

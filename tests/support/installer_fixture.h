@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/logging.h"
+#include "support/file_text.h"
 #include "support/temp_dir.h"
 #include "update/kora_installer.h"
 
@@ -17,8 +18,7 @@ namespace kora::test {
 
 namespace fs = std::filesystem;
 
-// Processes that "run" inside bundles, for a machine whose /proc the test
-// cannot fill.
+// Processes that "run" inside bundles.
 class FakeRunningApplications : public RunningApplications {
   public:
     bool available() const override { return available_; }
@@ -70,19 +70,26 @@ class FakeWorkspace : public Workspace {
     std::map<std::string, fs::path> bundles;
 };
 
-inline void writeText(const fs::path& path, const std::string& text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
+// The real tools and the fakes an installer under test is handed.
+struct InstallerServices {
+    ToolTable tools;
+    LiveToolRunner runner;
+    FakeWorkspace workspace;
+    FakeRunningApplications running;
+    FakeLauncher launcher;
+    FakeReachability reachability;
 
-inline std::string readText(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
+    KoraInstallerContext context(const InstallerPaths& paths, UserPreferences& preferences,
+                                 const std::string& host = "updates.example") {
+        return {.paths = paths, .tools = tools, .runner = runner, .workspace = workspace,
+                .runningApplications = running, .launcher = launcher,
+                .reachability = reachability, .userPreferences = preferences,
+                .reachabilityHost = host, .daemonLoadPause = std::chrono::milliseconds(0)};
+    }
+};
 
-// An installer whose fixed places lie in a temporary folder, with real tools
-// and fakes for what the machine cannot offer a test, and its log lines kept.
-class InstallerTest : public testing::Test {
+// An installer on a temporary folder, with real tools, fakes and its log lines kept.
+class InstallerTest : public testing::Test, public InstallerServices {
   protected:
     InstallerTest() {
         setLogSink([this](LogChannel, int, const std::string& text) { lines.push_back(text); });
@@ -90,20 +97,7 @@ class InstallerTest : public testing::Test {
     ~InstallerTest() override { setLogSink({}); }
 
     KoraInstaller& installer() {
-        if (!installer_) {
-            installer_ = std::make_unique<KoraInstaller>(KoraInstallerContext{
-                .paths = paths,
-                .tools = tools,
-                .runner = runner,
-                .workspace = workspace,
-                .runningApplications = running,
-                .launcher = launcher,
-                .reachability = reachability,
-                .userPreferences = preferences,
-                .reachabilityHost = "updates.example",
-                .daemonLoadPause = std::chrono::milliseconds(0),
-            });
-        }
+        if (!installer_) installer_ = std::make_unique<KoraInstaller>(context(paths, preferences));
         return *installer_;
     }
 
@@ -117,11 +111,8 @@ class InstallerTest : public testing::Test {
         ASSERT_TRUE(writePropertyList(root, paths.registryFile));
     }
 
-    // A shell script standing in for a tool: it appends its arguments as one
-    // line to `<name>.calls` and exits with the status in `<name>.status`.
-    // When that file is missing it runs `then` (a program and its first
-    // arguments, followed by the stub's own) and exits as it does; without
-    // `then`, with 0.
+    // A tool stub: appends its arguments to `<name>.calls`, exits with `<name>.status` if
+    // that exists, else runs `then` (with the stub's own arguments) or exits 0.
     fs::path recordingStub(const std::string& name, const std::vector<std::string>& then = {}) {
         const fs::path script = temp.path() / "stubs" / name;
         const fs::path calls = temp.path() / "stubs" / (name + ".calls");
@@ -132,17 +123,17 @@ class InstallerTest : public testing::Test {
             for (const auto& word : then) last += " '" + word + "'";
             last += " \"$@\"\n";
         }
-        writeText(script, "#!/bin/sh\necho \"$*\" >> '" + calls.string() + "'\n" +
+        writeFileText(script, "#!/bin/sh\necho \"$*\" >> '" + calls.string() + "'\n" +
                               "[ -f '" + status.string() + "' ] && exit $(cat '" + status.string() +
                               "')\n" + last);
         fs::permissions(script, fs::perms::owner_all);
         return script;
     }
     std::string stubCalls(const std::string& name) const {
-        return readText(temp.path() / "stubs" / (name + ".calls"));
+        return fileText(temp.path() / "stubs" / (name + ".calls"));
     }
     void setStubStatus(const std::string& name, int status) {
-        writeText(temp.path() / "stubs" / (name + ".status"), std::to_string(status));
+        writeFileText(temp.path() / "stubs" / (name + ".status"), std::to_string(status));
     }
 
     TempDir temp;
@@ -154,12 +145,6 @@ class InstallerTest : public testing::Test {
         .installedExecutable = (temp.path() / "Library/PrivilegedHelperTools/%@").string(),
         .users = temp.path() / "Users",
     };
-    ToolTable tools;
-    LiveToolRunner runner;
-    FakeWorkspace workspace;
-    FakeRunningApplications running;
-    FakeLauncher launcher;
-    FakeReachability reachability;
     LiveUserPreferences preferences;
     std::vector<std::string> lines;
 

@@ -10,9 +10,7 @@
 
 namespace kora::test {
 
-// Writes stored (uncompressed) zip archives byte by byte, so a test can make
-// entries no zip tool would: names with "../" or a leading "/", symbolic
-// links, the same name twice.
+// Writes stored zip archives byte by byte, so a test can make entries no zip tool would.
 class ZipWriter {
   public:
     ZipWriter& file(std::string name, std::string content, std::uint32_t mode = 0644) {
@@ -47,18 +45,14 @@ class ZipWriter {
             put32(central, 0x02014b50);
             put16(central, (3 << 8) | 20);  // made on Unix, so the mode counts
             putCommon(central, entry, crc, size);
-            put16(central, 0);  // extra field length
-            put16(central, 0);  // comment length
-            put16(central, 0);  // disk
-            put16(central, 0);  // internal attributes
+            for (int i = 0; i < 4; ++i) put16(central, 0);  // extra, comment, disk, attributes
             put32(central, entry.mode << 16);
             put32(central, offset);
             central += entry.name;
         }
         std::string end;
         put32(end, 0x06054b50);
-        put16(end, 0);
-        put16(end, 0);
+        put32(end, 0);  // disk numbers
         put16(end, static_cast<std::uint16_t>(entries_.size()));
         put16(end, static_cast<std::uint16_t>(entries_.size()));
         put32(end, static_cast<std::uint32_t>(central.size()));
@@ -84,11 +78,7 @@ class ZipWriter {
     }
     // Version needed, flags, method (stored), time, date, CRC, sizes, name length.
     static void putCommon(std::string& out, const Entry& entry, std::uint32_t crc, std::uint32_t size) {
-        put16(out, 20);
-        put16(out, 0);
-        put16(out, 0);
-        put16(out, 0);
-        put16(out, (45 << 9) | (1 << 5) | 1);  // 2025-01-01
+        for (std::uint32_t field : {20u, 0u, 0u, 0u, (45u << 9) | (1u << 5) | 1u}) put16(out, field);  // date 2025-01-01
         put32(out, crc);
         put32(out, size);
         put32(out, size);

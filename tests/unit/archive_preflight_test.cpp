@@ -11,10 +11,6 @@ namespace {
 
 using Severity = PreflightProblem::Severity;
 
-PlistDictionary act(std::initializer_list<std::pair<const char*, PlistValue>> entries) {
-    return dictionaryOf(entries);
-}
-
 // An archive "Upd.zip": the folder "Upd/" with `script` as its "update.plist"
 // (none when absent) and whatever `entries` adds.
 ZipWriter archiveWith(const std::optional<PlistValue>& script, ZipWriter entries = {}) {
@@ -126,25 +122,6 @@ TEST(AnArchivePreflightRun, ReadsDeflatedArchivesAndUnpackedFolders) {
 
     std::ofstream(folder / "gone.deb") << "now here";
     EXPECT_EQ(preflightUpdateArchive(temp.path() / "Upd.zip", folder), std::vector<PreflightProblem>{});
-}
-
-// The shapes of a script that stop the interpreter before any action; the
-// interpreter's script rows check the same for every action.
-TEST(AnArchivePreflightRun, ReportsAnErrorForEveryScriptThatCannotBeginToRun) {
-    const std::vector<std::optional<PlistValue>> scripts{
-        std::nullopt, PlistValue("not a dictionary"), dictionaryOf({{"Actions", "delete"}}), actions({5})};
-    for (std::size_t row = 0; row < scripts.size(); ++row) {
-        InstallationMachine machine;
-        auto update = machine.updateFor(std::nullopt, archiveWith(scripts[row]));
-        const std::vector<PreflightProblem> problems = preflightUpdateArchive(*update->localFilePath());
-        KoraInstaller installer = machine.installer();
-        update->startInstallation(installer, &machine.helper);
-
-        ASSERT_EQ(machine.delegate.calls.size(), 1u);
-        EXPECT_FALSE(machine.delegate.calls[0].succeeded) << "row " << row;
-        ASSERT_FALSE(problems.empty()) << "row " << row;
-        EXPECT_EQ(problems.back().severity, Severity::Error) << "row " << row;
-    }
 }
 
 }  // namespace

@@ -7,8 +7,7 @@
 namespace kora::test {
 namespace {
 
-// The owner of the test homes: "nobody", so that the installer's rights are
-// those of an ordinary user.
+// The owner of the test homes: "nobody", an ordinary user.
 constexpr uid_t kUser = 65534;
 constexpr gid_t kGroup = 65534;
 
@@ -46,8 +45,7 @@ class ChangingSettings : public InstallerTest {
         return paths.users / home / "Library/Preferences/com.ex.App.plist";
     }
 
-    // Homes owned by the user, each with a preference file holding "Mode" when
-    // a value is given, and "Other" always.
+    // Homes owned by the user, each with a preference file holding "Other" and any "Mode".
     void makeHomes(const Values& values) {
         fs::remove_all(paths.users);
         for (const auto& [home, value] : values) {
@@ -60,9 +58,7 @@ class ChangingSettings : public InstallerTest {
         }
     }
 
-    // Homes that lead a root-run writer elsewhere: a preference file that is a
-    // link to a root-owned file, and a preferences folder that is a link to a
-    // folder only root may enter.
+    // Homes whose preference file, or folder, is a link to what only root may change.
     void makeHostileHomes() {
         const fs::path rootFile = temp.path() / "root-owned.plist";
         ASSERT_TRUE(writePropertyList(dictionaryOf({{"Mode", "1"}, {"Other", "kept"}}), rootFile));
@@ -112,8 +108,7 @@ TEST_F(ChangingSettings, ChangesEveryUsersFileWhoseValueIsADefaultWithThatUsersR
          {{"alice", "2"}, {"bob", true}},  // not compared when no default is given
          false,
          {{"alice", "2"}, {"bob", true}}},
-        // A value that is not text stops the run: alice was written, carol is
-        // never visited, and the answer is false.
+        // A value that is not text stops the run after alice, before carol.
         {"a value that is not text",
          zeroOrOne,
          {{"alice", "1"}, {"bob", 1}, {"carol", "1"}},

@@ -113,17 +113,17 @@ TEST_F(AnInstaller, RunsToolsThroughItsTableAndReportsHowTheyEnded) {
 
 TEST_F(AnInstaller, HashesFilesAsUpperCaseHexAndUnreadableOnesAsEmpty) {
     const std::string emptySha1 = "DA39A3EE5E6B4B0D3255BFEF95601890AFD80709";
-    writeText(temp.path() / "abc", "abc");
+    writeFileText(temp.path() / "abc", "abc");
     // Larger than the read buffer, with a tail, so the streaming is exercised;
     // the expected digest is the one sha1sum computes.
-    writeText(temp.path() / "large", std::string((3 << 20) + 17, 'k'));
+    writeFileText(temp.path() / "large", std::string((3 << 20) + 17, 'k'));
     int resultCode = -1;
     const std::string sha1sum =
         text(installer().PerformTask("/usr/bin/sha1sum", {(temp.path() / "large").string()}, resultCode));
     ASSERT_EQ(resultCode, 0);
     std::string largeDigest = sha1sum.substr(0, 40);
     for (char& c : largeDigest) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    writeText(temp.path() / "unreadable/x", "");
+    writeFileText(temp.path() / "unreadable/x", "");
 
     const struct {
         fs::path file;

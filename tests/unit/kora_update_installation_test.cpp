@@ -37,9 +37,7 @@ bool containsInOrder(const std::vector<std::string>& actual, const std::vector<s
     return true;
 }
 
-// ---------------------------------------------------------------------------
-// Scripts: each row's actions are followed by a delete of "@tmp/sentinel", so
-// whether the script went on past them shows on disk.
+// Each row's actions are followed by a delete of "@tmp/sentinel": whether the script went on shows on disk.
 
 struct ScriptRow {
     std::string name;
@@ -95,106 +93,47 @@ TEST_P(AnInstallScript, RunsUntilAnActionFailsAndLogsEachStep) {
     EXPECT_TRUE(machine.helper.calls.empty());
 }
 
-PlistDictionary act(std::initializer_list<std::pair<const char*, PlistValue>> entries) {
-    return dictionaryOf(entries);
-}
+const std::string kLong = "/" + std::string(1100, 'p');
 
+// clang-format off
 const ScriptRow kScriptRows[] = {
     // Every key check, with "Performing ...\n" logged before it.
-    {"DeleteWithoutPath", {act({{"Command", "delete"}})}, false,
-     {"Performing delete\n", "Syntax error: File or Folder missing\n"}},
-    {"UpdatefilesWithoutFrom", {act({{"Command", "updatefiles"}, {"To", "@tmp/t"}})}, false,
-     {"Performing updatefiles\n", "Syntax error: From missing\n"}},
-    {"UpdatefilesWithoutTo", {act({{"Command", "updatefiles"}, {"From", "@tmp/f"}})}, false,
-     {"Performing updatefiles\n", "Syntax error: To missing\n"}},
-    {"UpdatefilesWithANumberAsFrom", {act({{"Command", "updatefiles"}, {"From", 7}, {"To", "@tmp/t"}})},
-     false, {"Performing updatefiles\n", "Syntax error: From missing\n"}},
-    {"InstallpkgWithoutPackage", {act({{"Command", "installpkg"}})}, false,
-     {"Performing installpkg\n", "Syntax error: Package missing\n"}},
-    {"InstallappWithoutFrom", {act({{"Command", "installapp"}, {"InstallTo", "@tmp/A.app"}})}, false,
-     {"Performing installapp\n", "Syntax error: InstallFrom missing\n"}},
-    {"InstallappWithoutTo", {act({{"Command", "installapp"}, {"InstallFrom", "@tmp/A.app"}})}, false,
-     {"Performing installapp\n", "Syntax error: InstallTo missing\n"}},
-    {"InstallappWithATextAsFlag",
-     {act({{"Command", "installapp"}, {"InstallFrom", "@tmp/A.zip"}, {"InstallTo", "@tmp/A.app"},
-           {"IsCompressed", "yes"}})},
-     false, {"Performing installapp\n", "Syntax error: IsCompressed is not a boolean\n"}},
-    {"InstalldaemonWithoutIdentifier", {act({{"Command", "installdaemon"}, {"BinaryFile", "@tmp/d"}})},
-     false, {"Performing installdaemon\n", "Syntax error: Identifier missing\n"}},
-    {"InstalldaemonWithoutBinary", {act({{"Command", "installdaemon"}, {"Identifier", "com.x"}})},
-     false, {"Performing installdaemon\n", "Syntax error: BinaryFile missing\n"}},
-    {"UpdatesettingWithoutNewValue",
-     {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"Force", true}})},
-     false, {"Performing updatesetting\n", "Syntax error: Missing values for updatesetting\n"}},
-    {"UpdatesettingWithoutDefaults",
-     {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"NewValue", 1}})},
-     false, {"Performing updatesetting\n", "Syntax error: Default values missing\n"}},
-    {"UpdatesettingWithATextAsForce",
-     {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"NewValue", 1},
-           {"Force", "YES"}})},
-     false, {"Performing updatesetting\n", "Syntax error: Force is not a boolean\n"}},
-    {"UpdatesettingForcedNeedsNoDefaults",
-     {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"NewValue", 1},
-           {"Force", true}})},
-     true, {"Performing updatesetting\n"}},
+    {"DeleteWithoutPath", {act({{"Command", "delete"}})}, false, {"Performing delete\n", "Syntax error: File or Folder missing\n"}},
+    {"UpdatefilesWithoutFrom", {act({{"Command", "updatefiles"}, {"To", "@tmp/t"}})}, false, {"Performing updatefiles\n", "Syntax error: From missing\n"}},
+    {"UpdatefilesWithoutTo", {act({{"Command", "updatefiles"}, {"From", "@tmp/f"}})}, false, {"Performing updatefiles\n", "Syntax error: To missing\n"}},
+    {"UpdatefilesWithANumberAsFrom", {act({{"Command", "updatefiles"}, {"From", 7}, {"To", "@tmp/t"}})}, false, {"Performing updatefiles\n", "Syntax error: From missing\n"}},
+    {"InstallpkgWithoutPackage", {act({{"Command", "installpkg"}})}, false, {"Performing installpkg\n", "Syntax error: Package missing\n"}},
+    {"InstallappWithoutFrom", {act({{"Command", "installapp"}, {"InstallTo", "@tmp/A.app"}})}, false, {"Performing installapp\n", "Syntax error: InstallFrom missing\n"}},
+    {"InstallappWithoutTo", {act({{"Command", "installapp"}, {"InstallFrom", "@tmp/A.app"}})}, false, {"Performing installapp\n", "Syntax error: InstallTo missing\n"}},
+    {"InstallappWithATextAsFlag", {act({{"Command", "installapp"}, {"InstallFrom", "@tmp/A.zip"}, {"InstallTo", "@tmp/A.app"}, {"IsCompressed", "yes"}})}, false, {"Performing installapp\n", "Syntax error: IsCompressed is not a boolean\n"}},
+    {"InstalldaemonWithoutIdentifier", {act({{"Command", "installdaemon"}, {"BinaryFile", "@tmp/d"}})}, false, {"Performing installdaemon\n", "Syntax error: Identifier missing\n"}},
+    {"InstalldaemonWithoutBinary", {act({{"Command", "installdaemon"}, {"Identifier", "com.x"}})}, false, {"Performing installdaemon\n", "Syntax error: BinaryFile missing\n"}},
+    {"UpdatesettingWithoutNewValue", {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"Force", true}})}, false, {"Performing updatesetting\n", "Syntax error: Missing values for updatesetting\n"}},
+    {"UpdatesettingWithoutDefaults", {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"NewValue", 1}})}, false, {"Performing updatesetting\n", "Syntax error: Default values missing\n"}},
+    {"UpdatesettingWithATextAsForce", {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"NewValue", 1}, {"Force", "YES"}})}, false, {"Performing updatesetting\n", "Syntax error: Force is not a boolean\n"}},
+    {"UpdatesettingForcedNeedsNoDefaults", {act({{"Command", "updatesetting"}, {"Application", "com.x"}, {"Key", "K"}, {"NewValue", 1}, {"Force", true}})}, true, {"Performing updatesetting\n"}},
     // Commands and the shape of the script.
     {"UnknownCommand", {act({{"Command", "install pkg"}})}, false, {"Error: Unknown command\n"}},
     {"CommandThatIsNotText", {act({{"Command", 7}})}, false, {"Error: Unknown command\n"}},
-    {"ActionThatIsNotADictionary", {PlistValue("delete")}, false,
-     {"Error: Action 1 is not a dictionary\n"}},
+    {"ActionThatIsNotADictionary", {PlistValue("delete")}, false, {"Error: Action 1 is not a dictionary\n"}},
     {"ActionWithoutCommandIsPassedOver", {act({{"File", "@tmp/sentinel"}})}, true, {}},
-    {"UpdateselfBeforeAFailureHandsNothingOver",
-     {act({{"Command", "updateself"}, {"Binary", "@update/korad"}}), act({{"Command", "delete"}})},
-     false, {"Performing delete\n", "Syntax error: File or Folder missing\n"}},
+    {"UpdateselfBeforeAFailureHandsNothingOver", {act({{"Command", "updateself"}, {"Binary", "@update/korad"}}), act({{"Command", "delete"}})}, false, {"Performing delete\n", "Syntax error: File or Folder missing\n"}},
     // Tools: only one that cannot start fails the action.
-    {"CommandInAnyLetterCase", {act({{"Command", "InstallPkg"}, {"Package", "@update/a.deb"}})}, true,
-     {"Performing installpkg\n"}},
-    {"PackageToolEndingWithAStatus", {act({{"Command", "installpkg"}, {"Package", "@update/a.deb"}})},
-     true, {"Performing installpkg\n"}, true, "exit 3"},
-    {"PackageToolKilledByASignal", {act({{"Command", "installpkg"}, {"Package", "@update/a.deb"}})},
-     true, {"Performing installpkg\n"}, true, "kill -KILL $$"},
-    {"PackageToolThatCannotStart", {act({{"Command", "installpkg"}, {"Package", "@update/a.deb"}})},
-     false, {"Performing installpkg\n", "Error installing package: @update/a.deb\n"}, true, "exit 0",
-     ToolTable::kInstaller},
-    {"CopyEndingWithAStatus",
-     {act({{"Command", "updatefiles"}, {"From", "@update/missing"}, {"To", "@tmp/t"}})}, true,
-     {"Performing updatefiles\n"}},
-    {"CopyThatCannotStart",
-     {act({{"Command", "updatefiles"}, {"From", "@update/f"}, {"To", "@tmp/t"}})}, false,
-     {"Performing updatefiles\n", "Error copying files from: @update/f to: @tmp/t\n"}, true, "exit 0",
-     ToolTable::kCp},
-    {"ApplicationThatCannotBeCopied",
-     {act({{"Command", "installapp"}, {"InstallFrom", "@update/No.app"},
-           {"InstallTo", "@applications/Tool.app"}})},
-     false, {"Performing installapp\n", "Error installing application to: @applications/Tool.app\n"},
-     false},
-    {"CompressedApplicationGoesToTheFolderHoldingIt",
-     {act({{"Command", "installapp"}, {"InstallFrom", "@update/No.zip"},
-           {"InstallTo", "@applications/Tool.app"}, {"IsCompressed", true}})},
-     false, {"Performing installapp\n", "Error installing application to: @applications\n"}, false},
-    {"DaemonThatDoesNotLoad",
-     {act({{"Command", "installdaemon"}, {"Identifier", "com.olvara.D"}, {"BinaryFile", "@update/d"}})},
-     false, {"Performing installdaemon\n", "Error installing daemon with identifier: com.olvara.D\n"},
-     false, "exit 1"},
-    // Texts from the script go into the log escaped, so none can forge a line,
-    // and cut at 1 KiB with their length noted.
-    {"CopyFromAPathHoldingAnEndOfLineAndATab",
-     {act({{"Command", "updatefiles"}, {"From", "@update/f\nforged\t[2J"}, {"To", "@tmp/t"}})},
-     false,
-     {"Performing updatefiles\n", "Error copying files from: @update/f\\nforged\\t[2J to: @tmp/t\n"},
-     true, "exit 0", ToolTable::kCp},
-    {"PackagePathOver1KiB", {act({{"Command", "installpkg"}, {"Package", "/" + std::string(1100, 'p')}})},
-     false,
-     {"Performing installpkg\n",
-      "Error installing package: /" + std::string(1023, 'p') + "... (1101 bytes)\n"},
-     true, "exit 0", ToolTable::kInstaller},
-    {"DaemonIdentifierOnTwoLines",
-     {act({{"Command", "installdaemon"}, {"Identifier", "com.olvara.D\rforged"},
-           {"BinaryFile", "@update/d"}})},
-     false,
-     {"Performing installdaemon\n", "Error installing daemon with identifier: com.olvara.D\\rforged\n"},
-     false, "exit 1"},
+    {"CommandInAnyLetterCase", {act({{"Command", "InstallPkg"}, {"Package", "@update/a.deb"}})}, true, {"Performing installpkg\n"}},
+    {"PackageToolEndingWithAStatus", {act({{"Command", "installpkg"}, {"Package", "@update/a.deb"}})}, true, {"Performing installpkg\n"}, true, "exit 3"},
+    {"PackageToolKilledByASignal", {act({{"Command", "installpkg"}, {"Package", "@update/a.deb"}})}, true, {"Performing installpkg\n"}, true, "kill -KILL $$"},
+    {"PackageToolThatCannotStart", {act({{"Command", "installpkg"}, {"Package", "@update/a.deb"}})}, false, {"Performing installpkg\n", "Error installing package: @update/a.deb\n"}, true, "exit 0", ToolTable::kInstaller},
+    {"CopyEndingWithAStatus", {act({{"Command", "updatefiles"}, {"From", "@update/missing"}, {"To", "@tmp/t"}})}, true, {"Performing updatefiles\n"}},
+    {"CopyThatCannotStart", {act({{"Command", "updatefiles"}, {"From", "@update/f"}, {"To", "@tmp/t"}})}, false, {"Performing updatefiles\n", "Error copying files from: @update/f to: @tmp/t\n"}, true, "exit 0", ToolTable::kCp},
+    {"ApplicationThatCannotBeCopied", {act({{"Command", "installapp"}, {"InstallFrom", "@update/No.app"}, {"InstallTo", "@applications/Tool.app"}})}, false, {"Performing installapp\n", "Error installing application to: @applications/Tool.app\n"}, false},
+    {"CompressedApplicationGoesToTheFolderHoldingIt", {act({{"Command", "installapp"}, {"InstallFrom", "@update/No.zip"}, {"InstallTo", "@applications/Tool.app"}, {"IsCompressed", true}})}, false, {"Performing installapp\n", "Error installing application to: @applications\n"}, false},
+    {"DaemonThatDoesNotLoad", {act({{"Command", "installdaemon"}, {"Identifier", "com.olvara.D"}, {"BinaryFile", "@update/d"}})}, false, {"Performing installdaemon\n", "Error installing daemon with identifier: com.olvara.D\n"}, false, "exit 1"},
+    // Texts from the script are logged escaped and cut at 1 KiB with their length noted.
+    {"CopyFromAPathHoldingAnEndOfLineAndATab", {act({{"Command", "updatefiles"}, {"From", "@update/f\nforged\t[2J"}, {"To", "@tmp/t"}})}, false, {"Performing updatefiles\n", "Error copying files from: @update/f\\nforged\\t[2J to: @tmp/t\n"}, true, "exit 0", ToolTable::kCp},
+    {"PackagePathOver1KiB", {act({{"Command", "installpkg"}, {"Package", kLong}})}, false, {"Performing installpkg\n", "Error installing package: /" + std::string(1023, 'p') + "... (1101 bytes)\n"}, true, "exit 0", ToolTable::kInstaller},
+    {"DaemonIdentifierOnTwoLines", {act({{"Command", "installdaemon"}, {"Identifier", "com.olvara.D\rforged"}, {"BinaryFile", "@update/d"}})}, false, {"Performing installdaemon\n", "Error installing daemon with identifier: com.olvara.D\\rforged\n"}, false, "exit 1"},
 };
+// clang-format on
 
 INSTANTIATE_TEST_SUITE_P(Rows, AnInstallScript, testing::ValuesIn(kScriptRows),
                          [](const auto& info) { return info.param.name; });
@@ -274,9 +213,6 @@ TEST(AnInstallScriptRun, RunsEveryCommandThroughTheRealTools) {
     EXPECT_FALSE(fs::exists(machine.tmp / "Upd"));
 }
 
-// ---------------------------------------------------------------------------
-// The steps around the script: digest, restart, report, clean-up.
-
 struct RunRow {
     std::string name;
     std::function<std::optional<std::string>(std::string)> hash;
@@ -330,16 +266,14 @@ std::optional<std::string> lower(std::string hash) { return lowerCased(hash); }
 std::optional<std::string> otherDigest(std::string) { return std::string(40, '0'); }
 std::optional<std::string> none(std::string) { return std::nullopt; }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, AnInstallationRun,
-    testing::Values(RunRow{"UpperCaseDigest", same, std::nullopt, true, false, false},
-                    RunRow{"LowerCaseDigest", lower, std::nullopt, true, false, false},
-                    RunRow{"OtherDigest", otherDigest, "-restart", false, false, false},
-                    RunRow{"NoDigest", none, std::nullopt, false, false, false},
-                    RunRow{"Restart", same, "-restart", true, true, true},
-                    RunRow{"RestartInOtherCaseOnlyStops", same, "-Restart", true, true, false},
-                    RunRow{"OtherParameters", same, "-quiet", true, false, false}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Rows, AnInstallationRun, testing::Values(
+    RunRow{"UpperCaseDigest", same, std::nullopt, true, false, false}, RunRow{"LowerCaseDigest", lower, std::nullopt, true, false, false},
+    RunRow{"OtherDigest", otherDigest, "-restart", false, false, false}, RunRow{"NoDigest", none, std::nullopt, false, false, false},
+    RunRow{"Restart", same, "-restart", true, true, true}, RunRow{"RestartInOtherCaseOnlyStops", same, "-Restart", true, true, false},
+    RunRow{"OtherParameters", same, "-quiet", true, false, false}),
     [](const auto& info) { return info.param.name; });
+// clang-format on
 
 TEST(AnUnreadableScript, FailsTheRunWhichStillCleansUp) {
     struct Row {
@@ -347,6 +281,7 @@ TEST(AnUnreadableScript, FailsTheRunWhichStillCleansUp) {
         std::string archiveName;
     };
     for (const Row& row : {Row{std::nullopt, "Upd.zip"}, Row{"<plist><dict>", "Upd.zip"},
+                           Row{propertyListXml(PlistValue("not a dictionary")), "Upd.zip"},
                            Row{propertyListXml(PlistValue(scriptOf({}))), "Upd"}}) {
         InstallationMachine machine;
         ZipWriter payload;
@@ -361,9 +296,6 @@ TEST(AnUnreadableScript, FailsTheRunWhichStillCleansUp) {
         EXPECT_TRUE(fs::is_empty(machine.tmp));
     }
 }
-
-// ---------------------------------------------------------------------------
-// Handing the daemon's executable over.
 
 struct SelfUpdateRow {
     std::string name;
@@ -405,29 +337,17 @@ TEST_P(ASelfUpdate, HandsTheFirstBinaryOverOnceAndKeepsTheUpdateFolder) {
     EXPECT_FALSE(fs::exists(*update->localFilePath()));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, ASelfUpdate,
-    testing::Values(
-        SelfUpdateRow{"SeveralActionsOneCall",
-                      {act({{"Command", "updateself"}, {"Binary", "@update/korad"}}),
-                       act({{"Command", "UpdateSelf"}, {"Binary", "@update/other"}})},
-                      true, std::nullopt, {"@update/korad"},
-                      {"Will update self\n",
-                       "Ready to call PellinHelper and upgrade self from file: @update/korad"}},
-        SelfUpdateRow{"WithoutBinary", {act({{"Command", "updateself"}})}, true, std::nullopt,
-                      {std::nullopt},
-                      {"Will update self\n", "Ready to call PellinHelper and upgrade self from file: (null)"}},
-        SelfUpdateRow{"NoHelperOnTheBus", {act({{"Command", "updateself"}, {"Binary", "@update/korad"}})},
-                      false, std::nullopt, {}, {"Will update self\n"}},
-        SelfUpdateRow{"HelperCallFails", {act({{"Command", "updateself"}, {"Binary", "@update/korad"}})},
-                      true, "no reply", {},
-                      {"Will update self\n",
-                       "Ready to call PellinHelper and upgrade self from file: @update/korad",
-                       "Error upgrading self: no reply\n"}}),
-    [](const auto& info) { return info.param.name; });
+const PlistValue kUpdateself = act({{"Command", "updateself"}, {"Binary", "@update/korad"}});
+const std::string kWill = "Will update self\n", kReady = "Ready to call PellinHelper and upgrade self from file: ";
 
-// ---------------------------------------------------------------------------
-// Hostile archives: unzip keeps every entry inside the unpack folder.
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Rows, ASelfUpdate, testing::Values(
+    SelfUpdateRow{"SeveralActionsOneCall", {kUpdateself, act({{"Command", "UpdateSelf"}, {"Binary", "@update/other"}})}, true, std::nullopt, {"@update/korad"}, {kWill, kReady + "@update/korad"}},
+    SelfUpdateRow{"WithoutBinary", {act({{"Command", "updateself"}})}, true, std::nullopt, {std::nullopt}, {kWill, kReady + "(null)"}},
+    SelfUpdateRow{"NoHelperOnTheBus", {kUpdateself}, false, std::nullopt, {}, {kWill}},
+    SelfUpdateRow{"HelperCallFails", {kUpdateself}, true, "no reply", {}, {kWill, kReady + "@update/korad", "Error upgrading self: no reply\n"}}),
+    [](const auto& info) { return info.param.name; });
+// clang-format on
 
 struct HostileRow {
     std::string name;
@@ -446,9 +366,7 @@ std::map<std::string, std::string> everythingOutside(const fs::path& root, const
             it.disable_recursion_pending();
             continue;
         }
-        std::ifstream in(it->path());
-        files[it->path().string()] =
-            it->is_regular_file() ? std::string(std::istreambuf_iterator<char>(in), {}) : "";
+        files[it->path().string()] = it->is_regular_file() ? fileText(it->path()) : "";
     }
     return files;
 }
@@ -471,26 +389,17 @@ TEST_P(AHostileArchive, ChangesNothingOutsideTheUnpackFolder) {
     EXPECT_TRUE(machine.delegate.calls[0].succeeded);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, AHostileArchive,
-    testing::Values(
-        HostileRow{"ParentFolderEntry", [](ZipWriter& zip, const fs::path&) { zip.file("../escape.txt", "x"); }},
-        HostileRow{"ParentFolderInsideAName",
-                   [](ZipWriter& zip, const fs::path&) { zip.file("Upd/../../outside/victim.txt", "x"); }},
-        HostileRow{"AbsoluteEntry",
-                   [](ZipWriter& zip, const fs::path& outside) {
-                       zip.file((outside / "victim.txt").string(), "overwritten");
-                   }},
-        HostileRow{"WriteThroughASymbolicLinkToAFolder",
-                   [](ZipWriter& zip, const fs::path& outside) {
-                       zip.symlink("Upd/link", outside.string()).file("Upd/link/planted.txt", "x");
-                   }},
-        HostileRow{"WriteThroughASymbolicLinkToAFile",
-                   [](ZipWriter& zip, const fs::path& outside) {
-                       zip.symlink("Upd/victim", (outside / "victim.txt").string())
-                           .file("Upd/victim", "overwritten");
-                   }}),
+using Zip = ZipWriter&;
+using Outside = const fs::path&;
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Rows, AHostileArchive, testing::Values(
+    HostileRow{"ParentFolderEntry", [](Zip zip, Outside) { zip.file("../escape.txt", "x"); }},
+    HostileRow{"ParentFolderInsideAName", [](Zip zip, Outside) { zip.file("Upd/../../outside/victim.txt", "x"); }},
+    HostileRow{"AbsoluteEntry", [](Zip zip, Outside outside) { zip.file((outside / "victim.txt").string(), "overwritten"); }},
+    HostileRow{"WriteThroughASymbolicLinkToAFolder", [](Zip zip, Outside outside) { zip.symlink("Upd/link", outside.string()).file("Upd/link/planted.txt", "x"); }},
+    HostileRow{"WriteThroughASymbolicLinkToAFile", [](Zip zip, Outside outside) { zip.symlink("Upd/victim", (outside / "victim.txt").string()).file("Upd/victim", "overwritten"); }}),
     [](const auto& info) { return info.param.name; });
+// clang-format on
 
 }  // namespace
 }  // namespace kora::test

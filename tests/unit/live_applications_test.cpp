@@ -69,7 +69,7 @@ class LiveLauncher : public testing::Test {
         fs::create_directories(bundle / "Contents");
         writePropertyList(dictionaryOf({{"CFBundleExecutable", executable}}),
                           bundle / "Contents/Info.plist");
-        writeText(bundle / "Contents/MacOS/run",
+        writeFileText(bundle / "Contents/MacOS/run",
                   "#!/bin/sh\necho \"$(id -u) $(id -g) $HOME\" > '" + (out / "ran").string() + ".tmp'\n"
                   "mv '" + (out / "ran").string() + ".tmp' '" + (out / "ran").string() + "'\n");
         fs::permissions(bundle / "Contents/MacOS/run", fs::perms(0755));
@@ -79,7 +79,7 @@ class LiveLauncher : public testing::Test {
         for (int i = 0; i < 500 && !fs::exists(out / "ran"); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
-        return readText(out / "ran");
+        return fileText(out / "ran");
     }
 
     TempDir temp;

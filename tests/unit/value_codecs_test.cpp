@@ -20,8 +20,7 @@ XmlDocument parse(const std::string& xml) {
     return XmlDocument(xmlParseMemory(xml.data(), static_cast<int>(xml.size())));
 }
 
-// Each row is an element's content ("<v></v>" has no text at all) and the value
-// the codec of T reads from it.
+// Each row: an element's content and the value the codec of T reads from it.
 template <typename T>
 void expectReads(const Rows<T>& rows) {
     for (const auto& [content, expected] : rows) {
@@ -31,9 +30,7 @@ void expectReads(const Rows<T>& rows) {
     }
 }
 
-// Writes the value under a root that declares "KORA", serialises the document
-// the way envelopes are written and reads the value back from the parsed text;
-// also gives the value element's line of that text.
+// The value read back from a document written as envelopes are, and its element's line.
 template <typename T>
 std::pair<std::optional<T>, std::string> roundTrip(const T& value) {
     XmlDocument doc(xmlNewDoc(BAD_CAST "1.0"));
@@ -70,8 +67,7 @@ TEST(XMLEscaping, EscapesTheFiveEntitiesOnceAndRestoresTheAmpersandLast) {
 }
 
 TEST(ValueCodecs, CarryEveryTypeThroughARealDocument) {
-    // Reading unescapes once more, so entity text inside a string does not
-    // survive, and an empty string has no text at all.
+    // Reading unescapes once more, and an empty string has no text at all.
     // clang-format off
     const Rows<std::string> strings = {{"x<y & 'z' \"q\" >", "x<y & 'z' \"q\" >"},
         {"caf\xc3\xa9", "caf\xc3\xa9"}, {" ", " "}, {"&amp;lt;", "&lt;"}, {"", none}};
