@@ -19,9 +19,9 @@ SYNOPSIS
 DESCRIPTION
     Prints every journal entry, oldest first, one per line: when it arrived
     (UTC), the client's address, the operation ("-" when none could be read),
-    the request's fields as a JSON object (fields the request did not carry are
-    left out; an empty element is an empty text), and for a refused request
-    "refused:" with the reason its fault gave.
+    the request's fields as a JSON object in the order of the request record
+    (fields the request did not carry, or carried without text, are left out),
+    and for a refused request "refused:" with the reason its fault gave.
 
 OPTIONS
     --follow    keep printing new entries as a running service writes them,

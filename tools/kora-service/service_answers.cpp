@@ -26,7 +26,8 @@ std::string numberText(double value) {
 }
 
 // The present fields of a request record, in wire order. Numbers stay JSON
-// numbers when finite; texts keep the difference between empty and absent.
+// numbers when finite. An element without text reads as absent, as the
+// daemon's own reader has it, and is left out.
 std::string fieldsJson(const KoraRecord& record) {
     std::string json = "{";
     for (const FieldView& field : record.fieldValues()) {
