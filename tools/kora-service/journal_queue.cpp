@@ -22,9 +22,7 @@ void JournalQueue::append(JournalEntry entry) {
     if (pending_.size() >= kJournalBatchEntries) {
         flush();
     } else if (source_ == 0) {
-        // Default priority, like the sockets: an idle priority would starve
-        // while requests keep arriving.
-        source_ = g_idle_add_full(G_PRIORITY_DEFAULT, flushAtEndOfTurn, this, nullptr);
+        source_ = g_timeout_add(kJournalFlushInterval.count(), flushBatch, this);
     }
 }
 
@@ -41,14 +39,11 @@ bool JournalQueue::flush() {
     }
 }
 
-gboolean JournalQueue::flushAtEndOfTurn(gpointer self) {
+gboolean JournalQueue::flushBatch(gpointer self) {
     auto* queue = static_cast<JournalQueue*>(self);
-    queue->source_ = 0;
     queue->flush();
-    if (!queue->pending_.empty() && queue->source_ == 0) {
-        // Try again in a second rather than at every turn.
-        queue->source_ = g_timeout_add_seconds(1, flushAtEndOfTurn, self);
-    }
+    if (!queue->pending_.empty()) return G_SOURCE_CONTINUE;  // the database refused: retry
+    queue->source_ = 0;
     return G_SOURCE_REMOVE;
 }
 

@@ -8,10 +8,11 @@
 
 namespace kora::service {
 
-// Collects the journal entries of one turn of the default main loop and writes
-// them in one transaction when the turn ends, so a busy server pays for one
-// commit per turn instead of one per request. What the database refuses waits
-// for the next turn; nothing is dropped unless the backlog overflows.
+// Collects journal entries for a moment (kJournalFlushInterval) and writes
+// them in one transaction, so a busy server pays for one commit per batch
+// instead of one per request. What the database refuses waits for the next
+// batch; nothing is dropped unless the backlog overflows. A stop through the
+// destructor writes what is waiting.
 class JournalQueue {
   public:
     explicit JournalQueue(CatalogueStore& store) : store_(store) {}
@@ -25,7 +26,7 @@ class JournalQueue {
     bool flush();
 
   private:
-    static gboolean flushAtEndOfTurn(gpointer self);
+    static gboolean flushBatch(gpointer self);
 
     CatalogueStore& store_;
     std::deque<JournalEntry> pending_;

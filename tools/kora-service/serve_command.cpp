@@ -35,9 +35,9 @@ DESCRIPTION
         needs to unpack it. Offers point their Location here.
 
     Every request to the endpoint, answered or refused, goes into the journal
-    with its time, operation, fields and client address; entries are written
-    in one transaction per turn of the main loop, and the last ones when the
-    service stops.
+    with its time, operation, fields and client address. Entries are written
+    in batches, one transaction every 100 ms at most, and the last ones when
+    the service stops.
 
 OPTIONS
     --db PATH

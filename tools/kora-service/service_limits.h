@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 
 // Every limit kora-service puts on what clients send, in one place.
@@ -9,8 +10,10 @@ namespace kora::service {
 // about 2 KB; an error notice with a long message stays far below this.
 inline constexpr std::size_t kMaxRequestBodyBytes = 256 * 1024;
 
-// Journal entries wait for the end of the main loop's turn and are written in
-// one transaction; a batch this large is written at once.
+// Journal entries wait this long and are written in one transaction; a batch
+// this large is written at once. A crash loses at most this much of the
+// journal; a stop by signal loses nothing.
+inline constexpr std::chrono::milliseconds kJournalFlushInterval{100};
 inline constexpr std::size_t kJournalBatchEntries = 1000;
 
 // While the database refuses writes, entries wait in memory up to this many;
