@@ -46,22 +46,48 @@ HttpReply httpRequest(const char* method, const std::string& url, const std::str
     return result;
 }
 
+// The first line a child process writes, or "" when none comes within 10 s.
+std::string firstLine(GSubprocess* process) {
+    g_autoptr(GDataInputStream) output =
+        g_data_input_stream_new(g_subprocess_get_stdout_pipe(process));
+    struct Reading {
+        bool done = false;
+        std::string line;
+    } reading;
+    g_data_input_stream_read_line_async(
+        output, G_PRIORITY_DEFAULT, nullptr,
+        [](GObject* source, GAsyncResult* result, gpointer data) {
+            auto* reading = static_cast<Reading*>(data);
+            g_autofree char* line = g_data_input_stream_read_line_finish(
+                G_DATA_INPUT_STREAM(source), result, nullptr, nullptr);
+            reading->line = line ? line : "";
+            reading->done = true;
+        },
+        &reading);
+    const gint64 deadline = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
+    while (!reading.done && g_get_monotonic_time() < deadline) {
+        g_main_context_iteration(nullptr, FALSE);
+        g_usleep(1000);
+    }
+    if (!reading.done) g_subprocess_force_exit(process);
+    while (!reading.done) g_main_context_iteration(nullptr, TRUE);
+    return reading.line;
+}
+
 // A running `kora-service serve` on 127.0.0.1 and a free port, stopped with
 // SIGTERM at the end of the test.
 class KoraServiceServe : public ::testing::Test {
   protected:
-    void startServing() {
+    void startServing(const char* option = "--listen=127.0.0.1:0") {
         const std::string db = "--db=" + catalogue_.database();
         const char* argv[] = {KORA_SERVICE_BINARY, "serve", "--listen", "127.0.0.1:0", db.c_str(),
-                              nullptr};
+                              option, nullptr};
         g_autoptr(GError) error = nullptr;
         server_ = g_subprocess_newv(argv, G_SUBPROCESS_FLAGS_STDOUT_PIPE, &error);
         ASSERT_NE(server_, nullptr) << error->message;
-        g_autoptr(GDataInputStream) output =
-            g_data_input_stream_new(g_subprocess_get_stdout_pipe(server_));
-        g_autofree char* line = g_data_input_stream_read_line(output, nullptr, nullptr, nullptr);
-        ASSERT_NE(line, nullptr) << "serve ended before listening";
-        endpoint_ = std::string(line).substr(std::string(line).find("http://"));
+        const std::string line = firstLine(server_);
+        ASSERT_NE(line.find("http://"), std::string::npos) << "serve did not listen";
+        endpoint_ = line.substr(line.find("http://"));
     }
 
     // Stops the server, which writes its last journal entries on the way out.
@@ -149,6 +175,46 @@ TEST_F(KoraServiceServe, JournalsEveryRequestWithItsFieldsAndClientAddress) {
         position = journal.output.find(entry, position);
         EXPECT_NE(position, std::string::npos) << entry << "\nin\n" << journal.output;
     }
+}
+
+TEST_F(KoraServiceServe, OffersWhatIsPublishedWhileItRunsUnderThePublicUrl) {
+    startServing("--public-url=https://updates.example.com/");
+    SoapUpdateService service(endpoint_);
+    EXPECT_EQ(service.check(check("1.0")).response->CheckResult()->UpdateID(), kNoUpdate);
+    const std::string id = catalogue_.publish("App-2.0", {"--product", "P", "--version", "2.0"});
+    const auto offer = service.check(check("1.0")).response->CheckResult();
+    EXPECT_EQ(offer->UpdateID(), id);
+    EXPECT_EQ(offer->Location(), "https://updates.example.com/archives/" + id + "/App-2.0.zip");
+}
+
+TEST_F(KoraServiceServe, AnswersSoap12InSoap12) {
+    startServing();
+    const HttpReply reply = httpRequest(
+        "POST", endpoint_,
+        R"(<e:Envelope xmlns:e="http://www.w3.org/2003/05/soap-envelope"><e:Body>)"
+        R"(<Check xmlns="http://kora.olvara.com/ns/KORA"><ProductID>P</ProductID></Check>)"
+        R"(</e:Body></e:Envelope>)");
+    EXPECT_EQ(reply.status, 200u);
+    EXPECT_EQ(reply.contentType, "application/soap+xml; charset=utf-8");
+    EXPECT_NE(reply.body.find(R"(xmlns:soap="http://www.w3.org/2003/05/soap-envelope")"),
+              std::string::npos);
+    EXPECT_NE(reply.body.find("<KORA:UpdateID>00000000-"), std::string::npos) << reply.body;
+}
+
+TEST_F(KoraServiceServe, JournalFollowShowsRequestsAsTheyArrive) {
+    startServing();
+    const std::string db = "--db=" + catalogue_.database();
+    const char* argv[] = {KORA_SERVICE_BINARY, "journal", "--follow", db.c_str(), nullptr};
+    g_autoptr(GSubprocess) follow = g_subprocess_newv(argv, G_SUBPROCESS_FLAGS_STDOUT_PIPE, nullptr);
+    ASSERT_NE(follow, nullptr);
+    SoapUpdateService service(endpoint_);
+    KORA_Uninstall uninstall;
+    uninstall.setProductID(std::string("P-7"));
+    EXPECT_TRUE(service.uninstall(uninstall).response);
+
+    const std::string line = firstLine(follow);
+    g_subprocess_force_exit(follow);
+    EXPECT_NE(line.find(R"(Uninstall  {"ProductID":"P-7"})"), std::string::npos) << line;
 }
 
 struct MalformedRequest {

@@ -117,6 +117,18 @@ ServiceAnswer faultAnswer(SoapVersion version, FaultSide side, std::string_view 
     return answer;
 }
 
+void answerOperation(const SoapRequest& request, const RequestContext& context,
+                     CatalogueStore& store, ServiceAnswer& answer) {
+    (answerAs<CheckOperation>(request, context, store, answer) ||
+     answerAs<DownloadErrorOperation>(request, context, store, answer) ||
+     answerAs<InstallErrorOperation>(request, context, store, answer) ||
+     answerAs<DownloadCompleteOperation>(request, context, store, answer) ||
+     answerAs<InstallCompleteOperation>(request, context, store, answer) ||
+     answerAs<DownloadCancelOperation>(request, context, store, answer) ||
+     answerAs<InstallCancelOperation>(request, context, store, answer) ||
+     answerAs<UninstallOperation>(request, context, store, answer));
+}
+
 JournalEntry entryFor(std::string operation, std::string fields, const RequestContext& context) {
     JournalEntry entry;
     entry.receivedAt = journalTimeNow();
@@ -142,15 +154,16 @@ ServiceAnswer answerRequest(std::string_view body, const RequestContext& context
     }
     ServiceAnswer answer;
     answer.contentType = replyContentType(request.version);
-    (answerAs<CheckOperation>(request, context, store, answer) ||
-     answerAs<DownloadErrorOperation>(request, context, store, answer) ||
-     answerAs<InstallErrorOperation>(request, context, store, answer) ||
-     answerAs<DownloadCompleteOperation>(request, context, store, answer) ||
-     answerAs<InstallCompleteOperation>(request, context, store, answer) ||
-     answerAs<DownloadCancelOperation>(request, context, store, answer) ||
-     answerAs<InstallCancelOperation>(request, context, store, answer) ||
-     answerAs<UninstallOperation>(request, context, store, answer));
+    std::optional<std::string> fault;
+    try {
+        answerOperation(request, context, store, answer);
+    } catch (const StoreError& error) {
+        // The request was fine; the service is at fault, and says so.
+        fault = std::string("The catalogue cannot be read: ") + error.what();
+        answer = faultAnswer(request.version, FaultSide::Receiver, *fault, 500);
+    }
     answer.journalEntry = entryFor(request.operation, fieldsJson(*request.record), context);
+    answer.journalEntry.fault = fault;
     return answer;
 }
 
