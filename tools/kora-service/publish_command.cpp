@@ -122,8 +122,8 @@ int publish(const std::vector<std::string>& words) {
     Offer offer = offerFromCommandLine(line);
     std::error_code error;
     if (!fs::is_regular_file(source, error)) {
-        throw std::runtime_error("cannot read the archive " + source.string() +
-                                 ": no such file");
+        throw std::runtime_error("cannot read the archive " + source.string() + ": " +
+                                 (fs::exists(source, error) ? "not a file" : "no such file"));
     }
     const std::unique_ptr<CatalogueStore> store = openStore(line);
 
