@@ -10,6 +10,12 @@ FileDescriptor::~FileDescriptor() {
     if (fd_ >= 0) ::close(fd_);
 }
 
+bool FileDescriptor::close() {
+    // Linux releases the descriptor even when close reports an error: never
+    // retry it.
+    return ::close(std::exchange(fd_, -1)) == 0;
+}
+
 std::optional<RegularFile> openRegularFile(const std::filesystem::path& path) {
     // Non-blocking, so that opening a FIFO returns at once instead of waiting
     // for a writer; it is then refused as not regular.
@@ -20,6 +26,12 @@ std::optional<RegularFile> openRegularFile(const std::filesystem::path& path) {
         return std::nullopt;
     }
     return RegularFile{std::move(fd), static_cast<std::uint64_t>(status.st_size)};
+}
+
+std::optional<FileDescriptor> createNewFile(const std::filesystem::path& path) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+    if (fd < 0) return std::nullopt;
+    return std::optional<FileDescriptor>(std::in_place, fd);
 }
 
 }  // namespace kora
