@@ -2,13 +2,13 @@
 
 #include <glib.h>
 #include <libsoup/soup.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
+#include "platform/gobject_ptr.h"
 #include "platform/http_exchange.h"
 #include "platform/logging.h"
 
@@ -19,13 +19,6 @@ namespace {
 // splicing the stream into the file reached only a fraction of `curl -o` on
 // loopback, while reads of this size keep up with it and memory stays flat.
 constexpr gsize kBufferBytes = 256 * 1024;
-
-template <typename T>
-struct GObjectUnref {
-    void operator()(T* object) const { g_object_unref(object); }
-};
-template <typename T>
-using ObjectPtr = std::unique_ptr<T, GObjectUnref<T>>;
 
 std::string uriText(GUri* uri) {
     g_autofree char* text = g_uri_to_string(uri);
@@ -45,17 +38,6 @@ std::optional<std::string> dispositionFileName(SoupMessage* message) {
     if (name != nullptr) result = name;
     g_hash_table_destroy(parameters);
     return result;
-}
-
-bool writeAll(int fd, const char* data, std::size_t size) {
-    while (size > 0) {
-        const ssize_t written = ::write(fd, data, size);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        data += written;
-        size -= static_cast<std::size_t>(written);
-    }
-    return true;
 }
 
 // The running transfer. Each pending libsoup call and the handle hold it, so
@@ -116,10 +98,9 @@ bool Transfer::begin(const std::string& url) {
                             onSent, hold());
     const auto window = std::chrono::duration_cast<std::chrono::milliseconds>(limits_.slowWindow);
     if (window.count() > 0) {
-        slowWatch_ = g_timeout_add_full(G_PRIORITY_DEFAULT,
-                                        static_cast<guint>(std::min<long long>(window.count(),
-                                                                               G_MAXUINT)),
-                                        onSlowWatch, this, nullptr);
+        slowWatch_ = g_timeout_add_full(
+            G_PRIORITY_DEFAULT, static_cast<guint>(std::min<long long>(window.count(), G_MAXUINT)),
+            onSlowWatch, this, nullptr);
     }
     return true;
 }

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 namespace kora {
 
 FileDescriptor::~FileDescriptor() {
@@ -26,6 +28,17 @@ std::optional<RegularFile> openRegularFile(const std::filesystem::path& path) {
         return std::nullopt;
     }
     return RegularFile{std::move(fd), static_cast<std::uint64_t>(status.st_size)};
+}
+
+bool writeAll(int fd, const char* data, std::size_t size) {
+    while (size > 0) {
+        const ssize_t written = ::write(fd, data, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        data += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return true;
 }
 
 std::optional<FileDescriptor> createNewFile(const std::filesystem::path& path) {

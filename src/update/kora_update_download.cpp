@@ -1,10 +1,9 @@
-#include "update/kora_update.h"
-
 #include <cerrno>
 #include <cstring>
 #include <system_error>
 
 #include "platform/logging.h"
+#include "update/kora_update.h"
 #include "update/kora_update_delegate.h"
 
 namespace kora {

@@ -3,8 +3,6 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <libsoup/soup.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -29,14 +27,14 @@ namespace kora {
 namespace {
 
 namespace fs = std::filesystem;
-using testing_support::LoopbackSoapServer;
-using testing_support::RawReplyServer;
+using testing_support::ReceivedRequest;
 using testing_support::ScriptedReply;
+using Calls = std::vector<std::string>;
 
 const std::string kArchive(300 * 1024, 'z');
 
-// Runs the main loop until `done` holds or `limit` has passed.
-void runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit) {
+void runFor(
+    std::chrono::milliseconds limit, const std::function<bool()>& done = [] { return false; }) {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (!done() && std::chrono::steady_clock::now() < end) {
         g_main_context_iteration(nullptr, FALSE);
@@ -44,38 +42,32 @@ void runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit
     }
 }
 
-// How many descriptors of this process are open on `path`.
 int openDescriptorsOn(const fs::path& path) {
     int count = 0;
     for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
         std::error_code ignored;
-        if (fs::read_symlink(entry.path(), ignored) == path) ++count;
+        count += fs::read_symlink(entry.path(), ignored) == path;
     }
     return count;
 }
 
-// Records each outcome with what the update looked like at that moment. It
-// may drop the last reference to the update from inside the call.
+// Records each outcome with what the update and its file looked like then.
+// It may drop the last reference to the update from inside the call.
 struct RecordingDelegate final : KoraUpdateDelegate {
-    std::vector<std::string> calls;
+    Calls calls;
     bool completeWhenTold = true;
-    std::string fileWhenTold;
     int descriptorsWhenTold = -1;
     std::shared_ptr<KoraUpdate> dropInCallback;
 
     void record(const std::string& call, const std::shared_ptr<KoraUpdate>& update) {
         calls.push_back(call);
         completeWhenTold = update->downloadComplete();
-        if (const auto path = update->localFilePath(); path && fs::is_regular_file(*path)) {
-            fileWhenTold = fileContents(*path);
-            descriptorsWhenTold = openDescriptorsOn(*path);
-        }
+        if (update->localFilePath())
+            descriptorsWhenTold = openDescriptorsOn(*update->localFilePath());
         dropInCallback.reset();
     }
     void downloadErrorOn(const std::shared_ptr<KoraUpdate>& u) override { record("error", u); }
-    void downloadDidFinishFor(const std::shared_ptr<KoraUpdate>& u) override {
-        record("finished", u);
-    }
+    void downloadDidFinishFor(const std::shared_ptr<KoraUpdate>& u) override { record("done", u); }
     void installationErrorOn(const std::shared_ptr<KoraUpdate>&) override {}
     void installationDidFinishFor(const std::shared_ptr<KoraUpdate>&) override {}
 };
@@ -87,16 +79,34 @@ class UpdateDownload : public ::testing::Test {
         update->setDelegate(&delegate);
         update->setDownloadFolder(folder.path() / "downloads");
         update->setDownloadLimits({std::chrono::seconds(5), std::chrono::seconds(1), 1024});
+        server.respond = [](const ReceivedRequest& request) {
+            if (request.path == "/moved") {
+                return ScriptedReply{.status = 302, .headers = {{"Location", "/final%20name.zip"}}};
+            }
+            if (request.path == "/missing.zip") return ScriptedReply{.status = 404};
+            if (request.path == "/slow.zip") {
+                return ScriptedReply{
+                    .body = std::string(4000, 't'), .trickleMs = 100, .trickleBytes = 10};
+            }
+            if (request.path == "/get") {
+                return ScriptedReply{.body = kArchive,
+                                     .headers = {{"Content-Disposition",
+                                                  "attachment; filename=\"../../etc/evil.zip\""}}};
+            }
+            return ScriptedReply{.body = kArchive};
+        };
     }
     ~UpdateDownload() override { setLogSink(nullptr); }
 
-    // Starts the download of `url` and waits for its outcome.
+    // Downloads `url` and waits for the outcome, and a little longer.
     void download(const std::string& url) {
+        delegate.calls.clear();
+        logs.clear();
+        update->setDownloadComplete(false);
         update->setDownloadLocation(url);
         ASSERT_TRUE(update->startDownload());
-        EXPECT_TRUE(update->hasStartedDownload());
-        runUntil([this] { return !delegate.calls.empty(); }, std::chrono::seconds(10));
-        runUntil([] { return false; }, std::chrono::milliseconds(50));  // nothing more comes
+        runFor(std::chrono::seconds(10), [this] { return !delegate.calls.empty(); });
+        runFor(std::chrono::milliseconds(50));
     }
 
     std::string destination(const std::string& name) const {
@@ -104,194 +114,101 @@ class UpdateDownload : public ::testing::Test {
     }
 
     TempDir folder;
-    LoopbackSoapServer server;
+    testing_support::LoopbackSoapServer server;
     RecordingDelegate delegate;
     std::shared_ptr<KoraUpdate> update = std::make_shared<KoraUpdate>();
-    std::vector<std::string> logs;
+    Calls logs;
 };
 
-TEST_F(UpdateDownload, WritesTheWholeArchiveAndClosesItBeforeTellingTheDelegate) {
-    server.answerAlways({.contentType = "application/zip", .body = kArchive});
-    download(server.urlFor("/archives/update-1.zip"));
-
-    EXPECT_EQ(delegate.calls, std::vector<std::string>{"finished"});
-    EXPECT_FALSE(delegate.completeWhenTold);
-    EXPECT_TRUE(delegate.fileWhenTold == kArchive);
-    EXPECT_EQ(delegate.descriptorsWhenTold, 0);
-    EXPECT_TRUE(update->downloadComplete());
-    EXPECT_TRUE(update->hasStartedDownload());
-    EXPECT_EQ(update->localFilePath(), destination("update-1.zip"));
-    EXPECT_EQ(fs::status(folder.path() / "downloads").permissions(), fs::perms::all);
-    EXPECT_TRUE(logs.empty());
-}
-
-TEST_F(UpdateDownload, SurvivesTheDelegateDroppingTheUpdateInsideTheCallback) {
-    server.answerAlways({.body = kArchive});
-    const std::weak_ptr<KoraUpdate> watched = update;
-    update->setDownloadLocation(server.urlFor("/a.zip"));
-    ASSERT_TRUE(update->startDownload());
-    delegate.dropInCallback = std::exchange(update, nullptr);
-    runUntil([this] { return !delegate.calls.empty(); }, std::chrono::seconds(10));
-    EXPECT_EQ(delegate.calls, std::vector<std::string>{"finished"});
-    EXPECT_TRUE(watched.expired());
-}
-
-// What the reply suggests becomes the file name in the download folder.
-struct NamingCase {
-    const char* label;
-    std::string path;
-    ScriptedReply reply;
-    const char* savedAs;
-};
-
-TEST_F(UpdateDownload, NamesTheFileAfterTheReplyNeverOutsideTheFolder) {
-    const std::vector<NamingCase> cases = {
-        {"redirect", "/moved.zip",
-         {.status = 302, .headers = {{"Location", "/archives/final%20name.zip"}}},
-         "final name.zip"},
-        {"disposition with a path", "/get",
-         {.body = kArchive,
-          .headers = {{"Content-Disposition", "attachment; filename=\"../../etc/evil.zip\""}}},
-         "evil.zip"},
+// The name comes from the reply, never leads outside the folder, and
+// whatever was at that name is replaced: a planted link is not followed.
+TEST_F(UpdateDownload, WritesTheArchiveUnderTheSuggestedNameAndClosesItBeforeTellingTheDelegate) {
+    fs::create_directories(folder.path() / "downloads");
+    std::ofstream(folder.path() / "victim") << "keep me";
+    fs::create_symlink(folder.path() / "victim", destination("link.zip"));
+    std::ofstream(destination("old.zip")) << std::string(2 * kArchive.size(), 'o');
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"/archives/update-1.zip", "update-1.zip"},
+        {"/moved", "final name.zip"},
+        {"/get?id=7", "evil.zip"},
+        {"/link.zip", "link.zip"},
+        {"/old.zip", "old.zip"},
     };
-    for (const NamingCase& row : cases) {
-        SCOPED_TRACE(row.label);
-        delegate.calls.clear();
-        server.respond = [&row](const testing_support::ReceivedRequest& request) {
-            return request.path == row.path ? row.reply : ScriptedReply{.body = kArchive};
-        };
-        download(server.urlFor(row.path));
-        EXPECT_EQ(delegate.calls, std::vector<std::string>{"finished"});
-        EXPECT_EQ(update->localFilePath(), destination(row.savedAs));
-        EXPECT_TRUE(fileContents(destination(row.savedAs)) == kArchive);
+    for (const auto& [path, savedAs] : rows) {
+        SCOPED_TRACE(path);
+        download(server.urlFor(path));
+        EXPECT_EQ(delegate.calls, Calls{"done"});
+        EXPECT_FALSE(delegate.completeWhenTold);
+        EXPECT_EQ(delegate.descriptorsWhenTold, 0);
+        EXPECT_TRUE(update->downloadComplete());
+        EXPECT_TRUE(update->hasStartedDownload());
+        EXPECT_EQ(update->localFilePath(), destination(savedAs));
+        EXPECT_TRUE(fileContents(destination(savedAs)) == kArchive);
+        EXPECT_FALSE(fs::is_symlink(destination(savedAs)));
+        EXPECT_TRUE(logs.empty());
     }
+    EXPECT_EQ(fileContents(folder.path() / "victim"), "keep me");
 }
 
 TEST(SuggestedFileName, IsABaseNameAndNeverEmptyOrADotName) {
-    struct Row {
-        std::optional<std::string> disposition;
-        std::string urlPath;
-        std::optional<std::string> expected;
-    };
-    const std::vector<Row> rows = {
-        {std::nullopt, "/a/b.zip", "b.zip"},
-        {std::nullopt, "/a/x%2Fy.zip", "y.zip"},
-        {"dir/c.zip", "/a/b.zip", "c.zip"},
-        {std::nullopt, "/a/", std::nullopt},
-        {std::nullopt, "/a/%2E%2E", std::nullopt},
-        {std::nullopt, "/a/.", std::nullopt},
-        {std::nullopt, "/a/%00", std::nullopt},
-        {"..", "/a/b.zip", std::nullopt},
-        {"", "/a/b.zip", std::nullopt},
-    };
-    for (const Row& row : rows) {
-        EXPECT_EQ(suggestedFileName(row.disposition, row.urlPath), row.expected)
-            << row.disposition.value_or("(none)") << " " << row.urlPath;
-    }
+    const std::vector<
+        std::tuple<std::optional<std::string>, std::string, std::optional<std::string>>>
+        rows = {
+            {std::nullopt, "/a/x%2Fy.zip", "y.zip"}, {"dir/c.zip", "/a/b.zip", "c.zip"},
+            {std::nullopt, "/a/", std::nullopt},     {std::nullopt, "/a/%2E%2E", std::nullopt},
+            {std::nullopt, "/a/%00", std::nullopt},  {"..", "/a/b.zip", std::nullopt},
+        };
+    for (const auto& [disposition, urlPath, expected] : rows)
+        EXPECT_EQ(suggestedFileName(disposition, urlPath), expected) << urlPath;
 }
 
-// Whatever is at the destination goes; a planted link is replaced, never
-// followed, so the file it points at keeps its content.
-TEST_F(UpdateDownload, ReplacesWhatIsAtTheDestinationWithoutFollowingLinks) {
-    server.answerAlways({.body = kArchive});
-    const fs::path target = folder.path() / "victim";
-    std::ofstream(target) << "keep me";
-    fs::create_directories(folder.path() / "downloads");
-    fs::create_symlink(target, destination("link.zip"));
-    std::ofstream(destination("old.zip")) << std::string(2 * kArchive.size(), 'o');
-
-    for (const char* name : {"link.zip", "old.zip"}) {
-        SCOPED_TRACE(name);
-        delegate.calls.clear();
-        download(server.urlFor(std::string("/") + name));
-        EXPECT_EQ(delegate.calls, std::vector<std::string>{"finished"});
-        EXPECT_FALSE(fs::is_symlink(destination(name)));
-        EXPECT_TRUE(fileContents(destination(name)) == kArchive);
-    }
-    EXPECT_EQ(fileContents(target), "keep me");
-}
-
-// Each way a download can fail reaches the delegate once, with one log line;
-// the path chosen before the failure stays.
+// Each failure reaches the delegate once, with one log line; the path chosen
+// before it stays.
 TEST_F(UpdateDownload, ReportsEachFailureOnceAndKeepsThePath) {
-    RawReplyServer cutOff("HTTP/1.1 200 OK\r\nContent-Length: 10000000\r\n\r\n" +
-                          std::string(64 * 1024, 'x'));
-    server.respond = [](const testing_support::ReceivedRequest& request) {
-        if (request.path == "/missing.zip") return ScriptedReply{.status = 404};
-        if (request.path == "/slow.zip") {
-            return ScriptedReply{.body = std::string(4000, 't'), .trickleMs = 100,
-                                 .trickleBytes = 10};
-        }
-        if (request.path == "/dots") {
-            return ScriptedReply{.body = "x",
-                                 .headers = {{"Content-Disposition", "attachment; filename=.."}}};
-        }
-        return ScriptedReply{.body = kArchive};
-    };
-    fs::create_directories(destination("blocked.zip"));
-    std::ofstream(fs::path(destination("blocked.zip")) / "inside") << "x";
-
+    testing_support::RawReplyServer cutOff("HTTP/1.1 200 OK\r\nContent-Length: 10000000\r\n\r\n" +
+                                           std::string(64 * 1024, 'x'));
+    fs::create_directories(fs::path(destination("blocked.zip")) / "inside");
     const std::string earlier = "/earlier/path.zip";
-    struct Row {
-        const char* label;
-        std::string url;
-        const char* descriptionPart;
-        std::string pathAfter;
+    const std::vector<std::tuple<std::string, const char*, std::string>> rows = {
+        {server.urlFor("/missing.zip"), "404 Not Found", earlier},
+        {server.urlFor("/"), "no usable file", earlier},
+        {cutOff.urlFor("/cut.zip"), "", destination("cut.zip")},
+        {server.urlFor("/slow.zip"), "timed out", destination("slow.zip")},
+        {server.urlFor("/blocked.zip"), "Could not create", destination("blocked.zip")},
     };
-    const std::vector<Row> rows = {
-        {"404", server.urlFor("/missing.zip"), "404 Not Found", earlier},
-        {"refused name", server.urlFor("/dots"), "no usable file", earlier},
-        {"reset mid-body", cutOff.urlFor("/cut.zip"), "", destination("cut.zip")},
-        {"trickle", server.urlFor("/slow.zip"), "timed out", destination("slow.zip")},
-        {"destination not creatable", server.urlFor("/blocked.zip"), "Could not create",
-         destination("blocked.zip")},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.label);
-        delegate.calls.clear();
-        logs.clear();
+    for (const auto& [url, descriptionPart, pathAfter] : rows) {
+        SCOPED_TRACE(url);
         update->setLocalFilePath(earlier);
-        download(row.url);
-        EXPECT_EQ(delegate.calls, std::vector<std::string>{"error"});
+        download(url);
+        EXPECT_EQ(delegate.calls, Calls{"error"});
         EXPECT_FALSE(update->hasStartedDownload());
         EXPECT_FALSE(update->downloadComplete());
-        EXPECT_EQ(update->localFilePath(), row.pathAfter);
+        EXPECT_EQ(update->localFilePath(), pathAfter);
         ASSERT_EQ(logs.size(), 1u) << ::testing::PrintToString(logs);
         EXPECT_EQ(logs[0].rfind("Download failed! Error - ", 0), 0u) << logs[0];
-        EXPECT_NE(logs[0].find(row.descriptionPart), std::string::npos) << logs[0];
-        EXPECT_NE(logs[0].find(row.url), std::string::npos) << logs[0];
+        EXPECT_NE(logs[0].find(descriptionPart), std::string::npos) << logs[0];
+        EXPECT_NE(logs[0].find(url), std::string::npos) << logs[0];
     }
 }
 
 TEST_F(UpdateDownload, RefusesAServerWhoseCertificateNoAuthoritySigned) {
     GError* error = nullptr;
-    GTlsCertificate* certificate =
+    g_autoptr(GTlsCertificate) certificate =
         g_tls_certificate_new_from_pem(testing_support::kSelfSignedCertificateAndKey, -1, &error);
     ASSERT_NE(certificate, nullptr) << error->message;
-    g_object_set(server.server(), "tls-certificate", certificate, nullptr);
-    g_object_unref(certificate);
-    soup_server_listen_local(server.server(), 0,
-                             static_cast<SoupServerListenOptions>(SOUP_SERVER_LISTEN_IPV4_ONLY |
-                                                                  SOUP_SERVER_LISTEN_HTTPS),
-                             &error);
-    ASSERT_EQ(error, nullptr);
-    GSList* uris = soup_server_get_uris(server.server());
-    std::string url;
-    for (GSList* item = uris; item != nullptr; item = item->next) {
-        auto* uri = static_cast<GUri*>(item->data);
-        if (g_strcmp0(g_uri_get_scheme(uri), "https") == 0) {
-            url = "https://127.0.0.1:" + std::to_string(g_uri_get_port(uri)) + "/a.zip";
-        }
-    }
+    g_autoptr(SoupServer) tls = soup_server_new("tls-certificate", certificate, nullptr);
+    ASSERT_TRUE(soup_server_listen_local(tls, 0, SOUP_SERVER_LISTEN_HTTPS, &error));
+    GSList* uris = soup_server_get_uris(tls);
+    const int port = g_uri_get_port(static_cast<GUri*>(uris->data));
     g_slist_free_full(uris, reinterpret_cast<GDestroyNotify>(g_uri_unref));
-    server.answerAlways({.body = kArchive});
 
-    download(url);
-    EXPECT_EQ(delegate.calls, std::vector<std::string>{"error"});
-    EXPECT_TRUE(server.requests.empty());
+    download("https://127.0.0.1:" + std::to_string(port) + "/a.zip");
+    EXPECT_EQ(delegate.calls, Calls{"error"});
+    EXPECT_NE(logs.at(0).find("certificate"), std::string::npos) << logs[0];
 }
 
-TEST_F(UpdateDownload, CancelledOrPausedDownloadsCallNothingBack) {
+TEST_F(UpdateDownload, CallsNothingBackAfterACancelAndSurvivesBeingDroppedByItsDelegate) {
+    update->setDownloadFolder(folder.path() / "new" / "downloads");
     server.answerAlways({.body = kArchive, .delayMs = 100});
     update->setDownloadLocation(server.urlFor("/a.zip"));
     for (const auto stop : {&KoraUpdate::cancelDownload, &KoraUpdate::pauseDownload}) {
@@ -299,11 +216,16 @@ TEST_F(UpdateDownload, CancelledOrPausedDownloadsCallNothingBack) {
         ((*update).*stop)();
         EXPECT_FALSE(update->hasStartedDownload());
     }
-    runUntil([] { return false; }, std::chrono::milliseconds(400));
+    runFor(std::chrono::milliseconds(400));
     EXPECT_TRUE(delegate.calls.empty());
-    // Started again, it runs from the start to its end.
-    download(server.urlFor("/a.zip"));
-    EXPECT_EQ(delegate.calls, std::vector<std::string>{"finished"});
+
+    const std::weak_ptr<KoraUpdate> watched = update;
+    ASSERT_TRUE(update->startDownload());
+    delegate.dropInCallback = std::exchange(update, nullptr);
+    runFor(std::chrono::seconds(10), [this] { return !delegate.calls.empty(); });
+    EXPECT_EQ(delegate.calls, Calls{"done"});
+    EXPECT_TRUE(watched.expired());
+    EXPECT_EQ(fs::status(folder.path() / "new" / "downloads").permissions(), fs::perms::all);
 }
 
 TEST_F(UpdateDownload, StartsNothingWithoutAUsableLocation) {
@@ -316,7 +238,7 @@ TEST_F(UpdateDownload, StartsNothingWithoutAUsableLocation) {
     update->setDownloadLocation("not a url");
     EXPECT_FALSE(update->startDownload());
     EXPECT_FALSE(update->hasStartedDownload());
-    runUntil([] { return false; }, std::chrono::milliseconds(50));
+    runFor(std::chrono::milliseconds(50));
     EXPECT_TRUE(delegate.calls.empty());
     EXPECT_TRUE(logs.empty());
 }
