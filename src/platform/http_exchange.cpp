@@ -8,6 +8,7 @@
 #include <cstring>
 #include <unordered_set>
 
+#include "platform/gobject_ptr.h"
 #include "platform/logging.h"
 
 namespace kora {
@@ -16,14 +17,6 @@ namespace {
 // Bodies are read in pieces this large, so a reply is refused as soon as it
 // has grown past what the delegate accepts.
 constexpr gsize kReadChunkBytes = 64 * 1024;
-
-// What an exchange holds beyond one scope; within a scope, g_autoptr.
-template <typename T>
-struct GObjectUnref {
-    void operator()(T* object) const { g_object_unref(object); }
-};
-template <typename T>
-using ObjectPtr = std::unique_ptr<T, GObjectUnref<T>>;
 
 // Set by cancelAll, never cleared: the process is shutting down.
 bool allExchangesCancelled = false;

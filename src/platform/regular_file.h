@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -18,6 +19,8 @@ public:
     ~FileDescriptor();
 
     int get() const { return fd_; }
+    // Closes now and tells whether everything written reached the file.
+    bool close();
 
 private:
     int fd_;
@@ -32,5 +35,14 @@ struct RegularFile {
 // a FIFO or a device under a name a client chose would otherwise block the
 // daemon. No value for anything else.
 std::optional<RegularFile> openRegularFile(const std::filesystem::path& path);
+
+// Writes all of `data`, going on after interruptions; false on an error. Plain
+// system calls only, so a forked child may use it too.
+bool writeAll(int fd, const char* data, std::size_t size);
+
+// Creates `path` for writing (mode 0644 before the umask) only when nothing is
+// there, not even a symbolic link: a link planted at the name is never
+// followed. No value, with errno set, otherwise.
+std::optional<FileDescriptor> createNewFile(const std::filesystem::path& path);
 
 }  // namespace kora

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/regular_file.h"
 #include "platform/user_identity.h"
 
 namespace kora {
@@ -32,17 +33,6 @@ std::optional<UserIdentity> ownerOfHome(const fs::path& home) {
 }
 
 // --- What the child does, with the user's rights. Plain system calls only.
-
-bool writeAll(int fd, const char* data, std::size_t size) {
-    while (size > 0) {
-        const ssize_t written = ::write(fd, data, size);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        data += written;
-        size -= static_cast<std::size_t>(written);
-    }
-    return true;
-}
 
 // Opens a regular file, never through a symbolic link, and never waits on a FIFO.
 int openRegular(const char* file, int flags, struct stat& status) {

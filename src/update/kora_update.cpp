@@ -88,4 +88,10 @@ bool KoraUpdate::shouldPostpone() const {
     return shouldPostpone(now());
 }
 
+std::shared_ptr<KoraUpdate> KoraUpdate::selfForDelegate() {
+    std::shared_ptr<KoraUpdate> self = weak_from_this().lock();
+    if (!self) self = std::shared_ptr<KoraUpdate>(std::shared_ptr<KoraUpdate>{}, this);
+    return self;
+}
+
 }  // namespace kora

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/date.h"
+#include "platform/file_download.h"
 #include "platform/property_list.h"
 
 namespace kora {
@@ -22,7 +23,7 @@ class SelfUpdateHelper;
 //
 // Accessors return copies: the daemon serves client calls while it waits for
 // the service, so a field may be replaced while a caller still uses its value.
-class KoraUpdate : public std::enable_shared_from_this<KoraUpdate> {
+class KoraUpdate : public std::enable_shared_from_this<KoraUpdate>, private FileDownloadDelegate {
   public:
     using OptionalString = std::optional<std::string>;
 
@@ -59,6 +60,9 @@ class KoraUpdate : public std::enable_shared_from_this<KoraUpdate> {
     // Running state, not stored.
     void setDownloadFolder(std::filesystem::path folder) { downloadFolder_ = std::move(folder); }
     const std::filesystem::path& downloadFolder() const { return downloadFolder_; }
+    // When a stalled or crawling download ends as timed out. Running state,
+    // not stored.
+    void setDownloadLimits(const FileDownloadLimits& limits) { downloadLimits_ = limits; }
 
     // Installs the downloaded archive and returns when everything is done:
     // checks it against `hash` (letter case aside), stops the application for
@@ -127,6 +131,16 @@ class KoraUpdate : public std::enable_shared_from_this<KoraUpdate> {
   private:
     friend struct KoraUpdateStringKeys;
 
+    // What the delegate is handed: the update itself, kept alive while the
+    // delegate may drop it from the registry. An update nobody shares is
+    // passed as is.
+    std::shared_ptr<KoraUpdate> selfForDelegate();
+
+    // The download's callbacks, on the main loop.
+    FileDownloadDestination decideDestination(const std::string& suggestedName) override;
+    void didFailWithError(const FileDownloadError& error) override;
+    void downloadDidFinish() override;
+
     bool archiveMatchesHash(const KoraInstaller& installer) const;
     std::optional<PlistDictionary> unpackScript(KoraInstaller& installer) const;
     void updateSelf(KoraInstaller& installer, SelfUpdateHelper* helper,
@@ -157,6 +171,10 @@ class KoraUpdate : public std::enable_shared_from_this<KoraUpdate> {
     std::optional<PlistValue::Data> receivedData_;
     KoraUpdateDelegate* delegate_ = nullptr;
     std::filesystem::path downloadFolder_ = "/tmp/";
+    FileDownloadLimits downloadLimits_;
+    // Last, so that it goes first: a dying update cancels its download before
+    // anything the download could call back into is gone.
+    std::unique_ptr<FileDownload> connection_;
 };
 
 }  // namespace kora

@@ -54,9 +54,8 @@ std::optional<std::string> selfUpdateBinary(const PlistDictionary& script) {
 
 void KoraUpdate::startInstallation(KoraInstaller& installer, SelfUpdateHelper* helper) {
     // The delegate's reaction may drop the update from the registry; the run
-    // keeps it alive until it ends. An update nobody shares is passed as is.
-    std::shared_ptr<KoraUpdate> self = weak_from_this().lock();
-    if (!self) self = std::shared_ptr<KoraUpdate>(std::shared_ptr<KoraUpdate>{}, this);
+    // keeps it alive until it ends.
+    const std::shared_ptr<KoraUpdate> self = selfForDelegate();
 
     setHasStartedInstallation(true);
     if (!archiveMatchesHash(installer)) {

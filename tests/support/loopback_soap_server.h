@@ -99,8 +99,9 @@ class LoopbackSoapServer {
     LoopbackSoapServer& operator=(const LoopbackSoapServer&) = delete;
 
     SoupServer* server() const { return server_; }
-    std::string url() const {
-        return "http://127.0.0.1:" + std::to_string(port_) + "/telso/cm/webservices/kora2.asmx";
+    std::string url() const { return urlFor("/telso/cm/webservices/kora2.asmx"); }
+    std::string urlFor(const std::string& path) const {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
     }
 
     Responder respond = [](const ReceivedRequest&) { return ScriptedReply{}; };
