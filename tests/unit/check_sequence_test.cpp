@@ -44,9 +44,12 @@ class ACheckSequence : public testing::Test {
         const auto found = root();
         return found ? found->string("LastKoraCheckDate") : std::nullopt;
     }
+    // Installed in a bundle that exists, so the hourly refresh keeps it.
     void registerApplication(const std::string& identifier) {
+        const auto bundle = temp.path() / (identifier + ".app");
+        std::filesystem::create_directories(bundle);
         controller->registerClientWith(identifier, "I-" + identifier, "P-" + identifier, "1.0",
-                                       "/" + identifier + ".app", "B");
+                                       bundle.string(), "B");
     }
     std::shared_ptr<KoraUpdate> storeUpdate(const std::string& identifier, bool downloading,
                                             bool downloaded, bool installing, bool installed) {

@@ -50,7 +50,8 @@ TEST(MachineFacts, ReadsTheLeadingNumbersOfTheKernelRelease) {
     const std::pair<const char*, Release> rows[] = {
         {"6.1.0-18-amd64", {6, 1, 0}},
         {"5.15.133.1-microsoft-standard-WSL2", {5, 15, 133}},
-        {"6.8-rc1", {6, std::nullopt, std::nullopt}},
+        {"6.8-rc1", {6, 8, std::nullopt}},
+        {"7-custom", {7, std::nullopt, std::nullopt}},
         {"4.19", {4, 19, std::nullopt}},
         {"", {}},
         {"x.1.2", {}},
