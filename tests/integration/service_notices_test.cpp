@@ -132,27 +132,15 @@ TEST_F(ServiceNotices, SendsEveryFieldOfADownloadCompleteNoticeOnceTheUpdateIsSt
     EXPECT_EQ(request.headers.at("SOAPAction"),
               "http://kora.olvara.com/ns/KORA/DownloadComplete");
     const std::string time = storedDateText(platform_.clock->time);
-    EXPECT_NE(request.body.find("<KORA:DownloadComplete>" +
-                                elements({{"InstallationID", "inst-a"},
-                                          {"UpdateID", "upd-1"},
-                                          {"ProductID", "prod-a"},
-                                          {"HardwareUUID", "SERIAL-1"},
-                                          {"Username", ""},
-                                          {"MobileNo", ""},
-                                          {"CustomerNo", ""},
-                                          {"OperatingSystem", "OSXSnowLeopard"},
-                                          {"OSEdition", "10.6"},
-                                          {"ServicePack", "8"},
-                                          {"OSArchitecture", ""},
-                                          {"SystemType", "ThinkPad X1"},
-                                          {"SystemArchitecture", ""},
-                                          {"Region", "Europe"},
-                                          {"Country", "FI"},
-                                          {"Brand", "B"},
-                                          {"Version", "1.0"},
-                                          {"AdditionalInfo", "Status=INSTALLED;"},
-                                          {"StartTime", time},
-                                          {"FinishTime", time}}) +
+    const std::vector<std::pair<std::string, std::string>> fields = {
+        {"InstallationID", "inst-a"}, {"UpdateID", "upd-1"},    {"ProductID", "prod-a"},
+        {"HardwareUUID", "SERIAL-1"}, {"Username", ""},         {"MobileNo", ""},
+        {"CustomerNo", ""},           {"OperatingSystem", "OSXSnowLeopard"},
+        {"OSEdition", "10.6"},        {"ServicePack", "8"},     {"OSArchitecture", ""},
+        {"SystemType", "ThinkPad X1"}, {"SystemArchitecture", ""}, {"Region", "Europe"},
+        {"Country", "FI"},            {"Brand", "B"},           {"Version", "1.0"},
+        {"AdditionalInfo", "Status=INSTALLED;"}, {"StartTime", time}, {"FinishTime", time}};
+    EXPECT_NE(request.body.find("<KORA:DownloadComplete>" + elements(fields) +
                                 "\n    </KORA:DownloadComplete>"),
               std::string::npos)
         << request.body;

@@ -34,6 +34,29 @@ struct FakeMachineFacts : MachineFacts {
     Release systemRelease() const override { return release; }
 };
 
+// The device fields every request carries on the FakeMachineFacts machine,
+// for an application registered with productID, brand "B" and `version`.
+template <typename Record>
+Record expectedRequest(const std::string& productID, const std::string& version) {
+    Record record;
+    record.setProductID(productID);
+    record.setHardwareUUID("SERIAL-1");
+    for (auto set : {&Record::setUsername, &Record::setMobileNo, &Record::setCustomerNo,
+                     &Record::setOSArchitecture, &Record::setSystemArchitecture}) {
+        (record.*set)("");
+    }
+    record.setOperatingSystem("OSXSnowLeopard");
+    record.setOSEdition("10.6");
+    record.setServicePack(8);
+    record.setSystemType("ThinkPad X1");
+    record.setRegion("Europe");
+    record.setCountry("FI");
+    record.setBrand("B");
+    record.setVersion(version);
+    record.setAdditionalInfo("Status=INSTALLED;");
+    return record;
+}
+
 // What a controller is handed besides its settings, for a test: the fake
 // clock and machine facts, and an installer on folders under `root` whose
 // network is up until the test says otherwise.

@@ -146,24 +146,8 @@ TEST_F(ACheckSequence, AsksAboutEveryApplicationAndTakesAnOfferOnlyWithoutAnUpda
 
     ASSERT_EQ(service.calls, (Lines{"Check", "Check"}));
     EXPECT_EQ(platform.facts->asked, 2) << "the machine is asked afresh for every request";
-    KORA_Check expected;
+    auto expected = test::expectedRequest<KORA_Check>("P-com.b", "1.0");
     expected.setInstallationID("I-com.b");
-    expected.setProductID("P-com.b");
-    expected.setHardwareUUID("SERIAL-1");
-    expected.setUsername("");
-    expected.setMobileNo("");
-    expected.setCustomerNo("");
-    expected.setOperatingSystem("OSXSnowLeopard");
-    expected.setOSEdition("10.6");
-    expected.setServicePack(8);
-    expected.setOSArchitecture("");
-    expected.setSystemType("ThinkPad X1");
-    expected.setSystemArchitecture("");
-    expected.setRegion("Europe");
-    expected.setCountry("FI");
-    expected.setBrand("B");
-    expected.setVersion("1.0");
-    expected.setAdditionalInfo("Status=INSTALLED;");
     EXPECT_EQ(std::get<KORA_Check>(service.requests.at(1)), expected);
     EXPECT_EQ(lines, (Lines{"Checking for updates for: com.a", "Checking for updates for: com.b",
                             "Found a update, will start download"}));

@@ -229,25 +229,9 @@ const KoraNoticeFields* noticeFields(const RecordingUpdateService::Request& requ
 }
 
 KoraNoticeFields expectedNotice(const char* version, const std::string& startTime) {
-    KoraNoticeFields notice;
+    auto notice = test::expectedRequest<KoraNoticeFields>("P", version);
     notice.setInstallationID("I");
     notice.setUpdateID("U");
-    notice.setProductID("P");
-    notice.setHardwareUUID("SERIAL-1");
-    for (auto set : {&KoraNoticeFields::setUsername, &KoraNoticeFields::setMobileNo,
-                     &KoraNoticeFields::setCustomerNo, &KoraNoticeFields::setOSArchitecture,
-                     &KoraNoticeFields::setSystemArchitecture}) {
-        (notice.*set)("");
-    }
-    notice.setOperatingSystem("OSXSnowLeopard");
-    notice.setOSEdition("10.6");
-    notice.setServicePack(8);
-    notice.setSystemType("ThinkPad X1");
-    notice.setRegion("Europe");
-    notice.setCountry("FI");
-    notice.setBrand("B");
-    notice.setVersion(version);
-    notice.setAdditionalInfo("Status=INSTALLED;");
     notice.setStartTime(startTime);
     return notice;
 }
