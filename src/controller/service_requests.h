@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -30,8 +31,11 @@ template <typename Notice>
 Notice noticeFor(const KoraUpdate& update, const KoraApplication* application,
                  const MachineFacts& facts, const Clock& clock);
 
-// The update an offer describes, for the application `identifier`; none when
-// the offer cannot become one (see the definition).
+// The update a Check reply offers the application `identifier`. A reply
+// without a result, a result without an UpdateID or with the all-zero one
+// offers nothing; one without a download location is refused too, since its
+// update could never download. Then `update` is null and `refusal` is the
+// log line.
 struct Offer {
     std::shared_ptr<KoraUpdate> update;
     // Why the offer was not taken up, for the log; empty when it was.

@@ -233,7 +233,7 @@ TEST_F(ACheckSequence, RecordsACheckWithoutApplicationsKeepingTheFilesOtherKeys)
 TEST_F(ACheckSequence, DoesNotRecordACheckCutShortByShutdown) {
     start();
     registerApplication("com.a");
-    registerApplication("com.b");
+    // During the last request: every request has gone out, yet the check is cut short.
     service.onCall = [&](const std::string&) { controller->beginShutdown(); };
     controller->checkSequence();
     EXPECT_EQ(service.calls, (Lines{"Check", "cancelAll"}));
