@@ -63,22 +63,14 @@ Record expectedRequest(const std::string& productID, const std::string& version)
 class ControllerPlatform {
   public:
     explicit ControllerPlatform(const std::filesystem::path& root)
-        : installer_(KoraInstallerContext{
-              .paths = {.registryFile = root / "com.olvara.korad.plist",
-                        .applications = (root / "Applications").string(),
-                        .tmp = (root / "tmp").string(),
-                        .jobFile = (root / "LaunchDaemons/%@.plist").string(),
-                        .installedExecutable = (root / "PrivilegedHelperTools/%@").string(),
-                        .users = root / "Users"},
-              .tools = {},
-              .runner = runner_,
-              .workspace = workspace_,
-              .runningApplications = running_,
-              .launcher = launcher_,
-              .reachability = network,
-              .userPreferences = preferences_,
-              .reachabilityHost = "updates.example",
-              .daemonLoadPause = {}}) {
+        : installer_(services_.context(
+              {.registryFile = root / "com.olvara.korad.plist",
+               .applications = (root / "Applications").string(),
+               .tmp = (root / "tmp").string(),
+               .jobFile = (root / "LaunchDaemons/%@.plist").string(),
+               .installedExecutable = (root / "PrivilegedHelperTools/%@").string(),
+               .users = root / "Users"},
+              {})) {
         network.flags = Reachability::Flags{.reachable = true};
     }
 
@@ -98,17 +90,14 @@ class ControllerPlatform {
     }
     void setNetworkUp(bool up) { network.flags->reachable = up; }
 
+  private:
+    TestInstallerServices services_;
+    KoraInstaller installer_;
+
+  public:
     std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
     std::shared_ptr<FakeMachineFacts> facts = std::make_shared<FakeMachineFacts>();
-    FakeReachability network;
-
-  private:
-    LiveToolRunner runner_;
-    FakeWorkspace workspace_;
-    FakeRunningApplications running_;
-    FakeLauncher launcher_;
-    LiveUserPreferences preferences_;
-    KoraInstaller installer_;
+    FakeReachability& network = services_.reachability;
 };
 
 }  // namespace kora::test

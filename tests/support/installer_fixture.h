@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/logging.h"
@@ -80,9 +82,35 @@ inline std::string readText(const fs::path& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-// An installer whose fixed places lie in a temporary folder, with real tools
-// and fakes for what the machine cannot offer a test, and its log lines kept.
-class InstallerTest : public testing::Test {
+// What an installer runs on in a test: the real tools, and fakes for what the
+// machine cannot offer a test.
+struct TestInstallerServices {
+    LiveToolRunner runner;
+    FakeWorkspace workspace;
+    FakeRunningApplications running;
+    FakeLauncher launcher;
+    FakeReachability reachability;
+    LiveUserPreferences preferences;
+
+    KoraInstallerContext context(InstallerPaths paths, ToolTable tools) {
+        return KoraInstallerContext{
+            .paths = std::move(paths),
+            .tools = std::move(tools),
+            .runner = runner,
+            .workspace = workspace,
+            .runningApplications = running,
+            .launcher = launcher,
+            .reachability = reachability,
+            .userPreferences = preferences,
+            .reachabilityHost = "updates.example",
+            .daemonLoadPause = std::chrono::milliseconds(0),
+        };
+    }
+};
+
+// An installer whose fixed places lie in a temporary folder, on the test
+// services, with its log lines kept.
+class InstallerTest : public testing::Test, protected TestInstallerServices {
   protected:
     InstallerTest() {
         setLogSink([this](LogChannel, int, const std::string& text) { lines.push_back(text); });
@@ -90,20 +118,7 @@ class InstallerTest : public testing::Test {
     ~InstallerTest() override { setLogSink({}); }
 
     KoraInstaller& installer() {
-        if (!installer_) {
-            installer_ = std::make_unique<KoraInstaller>(KoraInstallerContext{
-                .paths = paths,
-                .tools = tools,
-                .runner = runner,
-                .workspace = workspace,
-                .runningApplications = running,
-                .launcher = launcher,
-                .reachability = reachability,
-                .userPreferences = preferences,
-                .reachabilityHost = "updates.example",
-                .daemonLoadPause = std::chrono::milliseconds(0),
-            });
-        }
+        if (!installer_) installer_ = std::make_unique<KoraInstaller>(context(paths, tools));
         return *installer_;
     }
 
@@ -155,12 +170,6 @@ class InstallerTest : public testing::Test {
         .users = temp.path() / "Users",
     };
     ToolTable tools;
-    LiveToolRunner runner;
-    FakeWorkspace workspace;
-    FakeRunningApplications running;
-    FakeLauncher launcher;
-    FakeReachability reachability;
-    LiveUserPreferences preferences;
     std::vector<std::string> lines;
 
   private:
