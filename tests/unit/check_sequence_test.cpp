@@ -241,47 +241,35 @@ TEST_F(ACheckSequence, DoesNotRecordACheckCutShortByShutdown) {
     EXPECT_EQ(controller->dateSinceLastCheck(), kEpoch);
 }
 
-TEST_F(ACheckSequence, StopsARunningDownloadWhileRoamingAndHoldsItBackAnHour) {
-    start().checkSequence();
-    const auto running = storeUpdate("com.a", true, false, false, false);
-    const auto waiting = storeUpdate("com.b", false, false, false, false);
-    controller->setRoaming(true);
-    platform.network.hosts.clear();
-    controller->checkSequence();
-    EXPECT_EQ(running->waitUntilDate(), platform.clock->time + 1h);
-    EXPECT_EQ(root()->dictionary("UpdateDB")->dictionary("com.a")->string("waitUntilDate"),
-              storedDateText(platform.clock->time + 1h));
-    EXPECT_EQ(waiting->waitUntilDate(), kEpoch);
-    EXPECT_TRUE(platform.network.hosts.empty()) << "nothing starts while roaming";
-}
-
-TEST_F(ACheckSequence, StartsAnInstallationWhenTheNetworkIsDownButNotWhilePostponed) {
-    start().checkSequence();
-    const auto downloaded = storeUpdate("com.a", true, true, false, false);
-    downloaded->postponeHours(1, platform.clock->time);
-    platform.setNetworkUp(false);
-    controller->checkSequence();
-    EXPECT_EQ(service.calls, Lines{});
-    advance(3601s);
-    controller->checkSequence();
-    // There is no archive: the installation ends at once with its error notice.
-    EXPECT_EQ(service.calls, Lines{"InstallError"});
-    EXPECT_TRUE(downloaded->installationComplete());
-}
-
-// A completed update is stored again at every tick. It stays out of the file,
-// so the store shows in the other update it writes along: that one was
-// changed in memory only.
-TEST_F(ACheckSequence, StoresACompletedUpdateAtEveryTick) {
+// What the steps do to the updates, a tick at a time. A completed update stays
+// out of the file, so its store shows in the running download it writes
+// along, which was changed in memory only.
+TEST_F(ACheckSequence, StoresCompletedUpdatesInstallsOfflineAndStopsDownloadsWhileRoaming) {
     start().checkSequence();
     storeUpdate("com.a", true, true, true, true);
-    const auto other = storeUpdate("com.b", true, false, false, false);
+    const auto running = storeUpdate("com.b", true, false, false, false);
+    const auto downloaded = storeUpdate("com.c", true, true, false, false);
+    downloaded->postponeHours(1, platform.clock->time);
+    platform.setNetworkUp(false);
     for (const char* name : {"first", "second"}) {
-        other->setName(name);
+        running->setName(name);
         controller->checkSequence();
         EXPECT_EQ(root()->dictionary("UpdateDB")->dictionary("com.b")->string("name"), name);
         EXPECT_EQ(root()->dictionary("UpdateDB")->dictionary("com.a"), nullptr);
     }
+    EXPECT_EQ(service.calls, Lines{}) << "postponed";
+    advance(3601s);
+    controller->checkSequence();
+    // There is no archive: the installation ends at once with its error notice.
+    EXPECT_EQ(service.calls, Lines{"InstallError"});
+
+    controller->setRoaming(true);
+    platform.network.hosts.clear();
+    controller->checkSequence();
+    EXPECT_EQ(running->waitUntilDate(), platform.clock->time + 1h);
+    EXPECT_EQ(root()->dictionary("UpdateDB")->dictionary("com.b")->string("waitUntilDate"),
+              storedDateText(platform.clock->time + 1h));
+    EXPECT_TRUE(platform.network.hosts.empty()) << "nothing starts while roaming";
 }
 
 // One row per situation of the table that steers updates in progress.
