@@ -66,9 +66,13 @@ std::unique_ptr<kora::KoraController> controllerWith(const fs::path& file, int a
     settings.preferencesFolder = file.parent_path();
     settings.workspace = std::make_shared<NoApplications>();
     settings.tickInterval = std::chrono::hours(24);
-    // Registering never reaches the update service.
+    // Registering never reaches the update service, the network or the installer.
     static kora::SoapUpdateService unusedService("http://127.0.0.1:9/");
-    auto controller = std::make_unique<kora::KoraController>(std::move(settings), unusedService);
+    static const NoApplications noApplications;
+    static kora::LiveInstallerServices services;
+    static kora::KoraInstaller unusedInstaller(services.context(noApplications, ""));
+    auto controller = std::make_unique<kora::KoraController>(std::move(settings), unusedService,
+                                                             unusedInstaller);
     for (int index = 0; index < applications; ++index) registerOne(*controller, index);
     return controller;
 }

@@ -36,17 +36,29 @@ gboolean tick(gpointer controller) {
 
 }  // namespace
 
-KoraController::KoraController(KoraControllerSettings settings, UpdateService& service)
+KoraController::KoraController(KoraControllerSettings settings, UpdateService& service,
+                               KoraInstaller& installer, SelfUpdateHelper* selfUpdateHelper)
     : dateSinceLastCheck_(storedLastCheckDate(settings.configPath)),
       lastUpdate_(kEpoch),
       configPath_(std::move(settings.configPath)),
       service_(service),
+      installer_(installer),
+      selfUpdateHelper_(selfUpdateHelper),
+      clock_(settings.clock ? std::move(settings.clock) : std::make_shared<SystemClock>()),
+      machineFacts_(settings.machineFacts ? std::move(settings.machineFacts)
+                                          : std::make_shared<LiveMachineFacts>()),
+      downloadFolder_(std::move(settings.downloadFolder)),
+      checkDateFile_(configPath_, settings.registryMaxBytes),
       workspace_(settings.workspace ? std::move(settings.workspace)
                                     : std::make_shared<LiveWorkspace>()) {
     db_ = std::make_unique<KoraDB>(configPath_, *workspace_, settings.preferencesFolder,
                                    settings.registryMaxBytes);
-    // Updates restored from the file report their outcomes here.
+    // Updates restored from the file report their outcomes here, and download
+    // where new ones do.
     db_->setDelegate(this);
+    for (const auto& [identifier, update] : db_->currentUpdates()) {
+        update->setDownloadFolder(downloadFolder_);
+    }
     isModemRoaming_ = false;
     // GLib re-arms the timer when the callback returns, so a tick is never
     // delivered in the middle of the previous one.
@@ -134,57 +146,9 @@ OptionalString KoraController::echo(const OptionalString& text) {
     return text;
 }
 
-// The four outcomes change the update and store it at once, so the state
-// survives even when the service cannot be told. The notices to the service
-// (DownloadError, DownloadComplete, InstallError, InstallComplete) are sent at
-// the end of each, through the update service, once the notices are built.
-
-void KoraController::downloadErrorOn(const std::shared_ptr<KoraUpdate>& update) {
-    update->postponeHours(24);
-    db_->updateInfoForUpdateWithIdentifier(update->identifier(), update);
-}
-
-void KoraController::downloadDidFinishFor(const std::shared_ptr<KoraUpdate>& update) {
-    update->setDownloadComplete(true);
-    db_->updateInfoForUpdateWithIdentifier(update->identifier(), update);
-}
-
-void KoraController::installationErrorOn(const std::shared_ptr<KoraUpdate>& update) {
-    update->setInstallationComplete(true);
-    db_->updateInfoForUpdateWithIdentifier(update->identifier(), update);
-}
-
-void KoraController::installationDidFinishFor(const std::shared_ptr<KoraUpdate>& update) {
-    update->setInstallationComplete(true);
-    db_->updateInfoForUpdateWithIdentifier(update->identifier(), update);
-    // An application uninstalled while its update ran has no record left to
-    // take the new version.
-    const auto application = db_->registeredApplicationForIdentifier(update->identifier());
-    if (!application) return;
-    db_->updateApplication(application->identifier(), application->bundlePath(),
-                           update->versionTo());
-    db_->syncDB();
-}
-
 void KoraController::beginShutdown() {
     shuttingDown_ = true;
     service_.cancelAll();
-}
-
-void KoraController::checkSequence() {
-    if (shuttingDown_) return;
-    const Date lastHourlyStep = lastUpdate();
-    if (now() - lastHourlyStep > kHourlyThreshold) runHourlyStep();
-    // Driving the updates in progress (start or stop a download, start an
-    // installation) joins here with the downloader and the installer.
-}
-
-void KoraController::runHourlyStep() {
-    db_->updateInstalledApplications();
-    db_->syncDB();
-    // The check for updates (more than a day since dateSinceLastCheck, not
-    // roaming, network reachable) joins here with the service client.
-    setLastUpdate(now());
 }
 
 Date KoraController::dateSinceLastCheck() const {

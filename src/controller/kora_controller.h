@@ -8,7 +8,10 @@
 #include "controller/kora_controller_settings.h"
 #include "messages/update_service.h"
 #include "platform/date.h"
+#include "platform/self_update_helper.h"
 #include "registry/kora_db.h"
+#include "registry/registry_file.h"
+#include "update/kora_installer.h"
 #include "update/kora_update_delegate.h"
 
 namespace kora {
@@ -22,9 +25,12 @@ namespace kora {
 // turn the main loop.
 class KoraController : public VendedController, public KoraUpdateDelegate {
   public:
-    // Every exchange with the service goes through `service`, which must
-    // outlive the controller.
-    KoraController(KoraControllerSettings settings, UpdateService& service);
+    // Every exchange with the service goes through `service`. `installer` runs
+    // the installations and tells whether the network is up; `selfUpdateHelper`
+    // (may be null) takes over a new daemon executable. All three must outlive
+    // the controller.
+    KoraController(KoraControllerSettings settings, UpdateService& service,
+                   KoraInstaller& installer, SelfUpdateHelper* selfUpdateHelper = nullptr);
     // Removes the timer; the registry writes its application section.
     ~KoraController() override;
 
@@ -61,8 +67,8 @@ class KoraController : public VendedController, public KoraUpdateDelegate {
     // every later one fails without being sent (UpdateService::cancelAll), so
     // whatever waits on the service returns and the main loop can quit. From then on
     // shuttingDown() is true. A check for updates whose exchanges were cut
-    // short this way has not completed: it must look at shuttingDown() and
-    // then leave "LastKoraCheckDate" as it was, so the next start checks again.
+    // short this way has not completed: "LastKoraCheckDate" stays as it was,
+    // so the next start checks again.
     void beginShutdown();
     bool shuttingDown() const { return shuttingDown_; }
 
@@ -80,6 +86,21 @@ class KoraController : public VendedController, public KoraUpdateDelegate {
     template <typename Change>
     bool changeApplication(const OptionalString& identifier, Change change);
     void runHourlyStep();
+    // Asks the service about every registered application; records the check
+    // unless shutdown cut it short.
+    void checkForUpdates();
+    void checkApplication(const std::string& identifier, const KoraApplication& application);
+    void takeOffer(const std::string& identifier, const KORA_CheckResponse& response);
+    void recordCompletedCheck();
+    void driveUpdatesInProgress();
+    void driveUpdate(const std::shared_ptr<KoraUpdate>& update);
+    // Stores the update under its own identifier.
+    void store(const std::shared_ptr<KoraUpdate>& update);
+    // Sends the notice about `update` built for the operation `send`, after
+    // its new state has been stored.
+    template <typename Notice, typename Response>
+    void notify(const KoraUpdate& update,
+                ServiceReply<Response> (UpdateService::*send)(const Notice&));
     void setLastUpdate(Date date);
 
     Date dateSinceLastCheck_;
@@ -90,6 +111,13 @@ class KoraController : public VendedController, public KoraUpdateDelegate {
     bool isModemRoaming_ = false;
     bool shuttingDown_ = false;
     UpdateService& service_;
+    KoraInstaller& installer_;
+    SelfUpdateHelper* selfUpdateHelper_;
+    std::shared_ptr<const Clock> clock_;
+    std::shared_ptr<const MachineFacts> machineFacts_;
+    std::filesystem::path downloadFolder_;
+    // Writes "LastKoraCheckDate"; the registry writes its own keys beside it.
+    RegistryFile checkDateFile_;
     std::shared_ptr<const Workspace> workspace_;  // outlives db_
     std::unique_ptr<KoraDB> db_;
 };

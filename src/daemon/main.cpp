@@ -17,10 +17,14 @@
 #include "daemon/dbus_vending.h"
 #include "daemon/development_settings.h"
 #include "daemon/embedded_plists.h"
+#include "platform/clock.h"
+#include "platform/dbus_self_update_helper.h"
 #include "platform/korad_bus_names.h"
+#include "platform/machine_facts.h"
 #include "platform/logging.h"
 #include "platform/system_bus.h"
 #include "soap/soap_update_service.h"
+#include "update/kora_installer.h"
 
 namespace {
 
@@ -80,11 +84,20 @@ int serve(GDBusConnection* bus, int argc) {
     kora::logInfo("Will alloc helper object");
     const kora::DevelopmentSettings development =
         kora::readDevelopmentSettings(kora::processEnvironment);
-    // Outlives the controller, which sends every notice through it.
+    // Everything the controller is handed outlives it.
     kora::SoapUpdateService service(development.serviceAddress);
+    const auto workspace = std::make_shared<kora::LiveWorkspace>();
+    kora::LiveInstallerServices installerServices;
+    kora::KoraInstaller installer(
+        installerServices.context(*workspace, development.reachabilityHost));
+    kora::DBusSelfUpdateHelper selfUpdateHelper;
     kora::KoraControllerSettings settings;
+    settings.workspace = workspace;
+    settings.clock = std::make_shared<kora::SystemClock>();
+    settings.machineFacts = std::make_shared<kora::LiveMachineFacts>();
     settings.tickInterval = development.tickInterval;
-    auto controller = std::make_unique<kora::KoraController>(std::move(settings), service);
+    auto controller = std::make_unique<kora::KoraController>(std::move(settings), service,
+                                                             installer, &selfUpdateHelper);
     state.controller = controller.get();
     kora::logInfo("Created object with address: %" PRIxPTR,
                   reinterpret_cast<std::uintptr_t>(controller.get()));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <string>
 
 #include "platform/input_limits.h"
+#include "platform/machine_facts.h"
 #include "platform/property_list.h"
 #include "platform/workspace.h"
 #include "registry/kora_application.h"
@@ -35,6 +37,22 @@ class KoraDB {
     static constexpr const char* kPreferencesFolder = "/Library/Preferences/";
     static constexpr const char* kZeroIdentifier = "00000000-0000-0000-0000-000000000000";
     static constexpr const char* kUnknownBrand = "Unknown";
+
+    // The machine's identity as the update service receives it. Each call asks
+    // `facts` afresh; nothing is kept.
+    //   MachineUID: the serial number; empty when the machine has none.
+    //   MachineModel: the machine name; "mac" when there is none.
+    //   OperatingSystem: the name for minor release 5, 6 or 7, else none.
+    //   OSEdition: "major.minor".
+    //   ServicePack: the bug-fix number.
+    // A release number that cannot be read counts as 0: the requests carry
+    // OSEdition as text and ServicePack as a number, and 0 is what a system
+    // without that part of its release number would give.
+    static std::string MachineUID(const MachineFacts& facts = liveMachineFacts());
+    static std::string MachineModel(const MachineFacts& facts = liveMachineFacts());
+    static OptionalString OperatingSystem(const MachineFacts& facts = liveMachineFacts());
+    static std::string OSEdition(const MachineFacts& facts = liveMachineFacts());
+    static std::int32_t ServicePack(const MachineFacts& facts = liveMachineFacts());
 
     // The registry on the default file. The workspace must outlive the registry.
     explicit KoraDB(const Workspace& workspace);

@@ -18,6 +18,7 @@
 #include "platform/input_limits.h"
 #include "platform/korad_bus_names.h"
 #include "platform/nullable_string.h"
+#include "support/controller_platform.h"
 #include "support/recording_update_service.h"
 #include "support/temp_dir.h"
 
@@ -131,9 +132,7 @@ class DBusApi : public testing::Test {
 
     // A real controller's settings, on a registry file in a private folder.
     KoraControllerSettings realControllerSettings() const {
-        return {registryFolder_.path() / "com.olvara.korad.plist",
-                registryFolder_.path() / "Preferences",
-                std::make_shared<LiveWorkspace>(registryFolder_.path()), std::chrono::hours(1)};
+        return platform_.settings(registryFolder_.path() / "com.olvara.korad.plist");
     }
     // Serves another controller in place of the recording one.
     void serve(VendedController& controller) {
@@ -146,6 +145,7 @@ class DBusApi : public testing::Test {
     RecordingController controller_;
     std::unique_ptr<DBusVending> vending_;
     TempDir registryFolder_;
+    test::ControllerPlatform platform_{registryFolder_.path()};
 };
 
 const char* const kRegisterClient =
@@ -245,7 +245,7 @@ TEST_F(DBusApi, RegistrationsSurviveARestartWhateverClientsSent) {
     RecordingUpdateService service;  // nothing here reaches the service
     const std::string huge(16 * 1024 * 1024, 'h');
     {
-        KoraController controller(settings, service);
+        KoraController controller(settings, service, platform_.installer());
         serve(controller);
         EXPECT_EQ(callError(kRegisterClient, {"com.kept", "I", "P", "1.0", "/Kept.app", "B"}), -1);
         EXPECT_EQ(callError(kRegisterClient, {"com.path", "I", "P", "1.0", huge, "B"}),
@@ -254,7 +254,7 @@ TEST_F(DBusApi, RegistrationsSurviveARestartWhateverClientsSent) {
                   G_DBUS_ERROR_INVALID_ARGS);
         vending_.reset();
     }
-    KoraController restarted(settings, service);
+    KoraController restarted(settings, service, platform_.installer());
     const auto application = restarted.db().registeredApplicationForIdentifier("com.kept");
     ASSERT_NE(application, nullptr);
     EXPECT_EQ(application->bundlePath(), "/Kept.app");
@@ -282,7 +282,7 @@ TEST_F(DBusApi, ARegistryAtItsSizeCapTakesNoChangeThatWouldPassIt) {
     writePadding(1 + kPlistMaxBytes - std::filesystem::file_size(file));
     const auto paddedOnly = std::filesystem::file_size(file);
     {
-        KoraController controller(settings, service);
+        KoraController controller(settings, service, platform_.installer());
         serve(controller);
         EXPECT_EQ(callError(kRegisterClient, {"com.larger", "I", "P", "1.0", "/Larger.app", "B"}),
                   G_DBUS_ERROR_LIMITS_EXCEEDED);
@@ -292,7 +292,7 @@ TEST_F(DBusApi, ARegistryAtItsSizeCapTakesNoChangeThatWouldPassIt) {
         EXPECT_EQ(std::filesystem::file_size(file), kPlistMaxBytes);
         vending_.reset();
     }
-    KoraController restarted(settings, service);
+    KoraController restarted(settings, service, platform_.installer());
     EXPECT_NE(restarted.db().registeredApplicationForIdentifier("com.small"), nullptr);
 }
 

@@ -12,6 +12,7 @@
 #include "platform/property_list.h"
 #include "platform/http_exchange.h"
 #include "soap/soap_update_service.h"
+#include "support/controller_platform.h"
 #include "support/loopback_soap_server.h"
 #include "support/temp_dir.h"
 
@@ -31,11 +32,8 @@ TEST(Shutdown, EndsTheNoticeInFlightAndFailsEveryLaterExchangeWithoutSendingIt) 
     });
     TempDir temp;
     const auto registry = temp.path() / "com.olvara.korad.plist";
-    KoraController controller{
-        KoraControllerSettings{registry, temp.path() / "Preferences",
-                               std::make_shared<LiveWorkspace>(temp.path() / "Applications"),
-                               std::chrono::hours(1)},
-        service};
+    test::ControllerPlatform platform(temp.path());
+    KoraController controller{platform.settings(registry), service, platform.installer()};
     controller.registerClientWith("com.a", "inst-a", "prod-a", "1.0", "/A.app", "B");
 
     // As SIGTERM does in the daemon, while the notice's reply trickles in.

@@ -15,7 +15,7 @@
 
 #include "platform/file_download.h"
 #include "platform/logging.h"
-#include "support/file_contents.h"
+#include "support/file_text.h"
 #include "support/loopback_soap_server.h"
 #include "support/raw_reply_server.h"
 #include "support/self_signed_certificate.h"
@@ -143,11 +143,11 @@ TEST_F(UpdateDownload, WritesTheArchiveUnderTheSuggestedNameAndClosesItBeforeTel
         EXPECT_TRUE(update->downloadComplete());
         EXPECT_TRUE(update->hasStartedDownload());
         EXPECT_EQ(update->localFilePath(), destination(savedAs));
-        EXPECT_TRUE(fileContents(destination(savedAs)) == kArchive);
+        EXPECT_TRUE(fileText(destination(savedAs)) == kArchive);
         EXPECT_FALSE(fs::is_symlink(destination(savedAs)));
         EXPECT_TRUE(logs.empty());
     }
-    EXPECT_EQ(fileContents(folder.path() / "victim"), "keep me");
+    EXPECT_EQ(fileText(folder.path() / "victim"), "keep me");
 }
 
 TEST(SuggestedFileName, IsABaseNameAndNeverEmptyOrADotName) {

@@ -6,10 +6,13 @@
 #include <algorithm>
 #include <stdexcept>
 #include <tuple>
+#include <type_traits>
+#include <variant>
 
 #include "platform/input_limits.h"
 #include "platform/logging.h"
 #include "dates/stored_date.h"
+#include "support/controller_platform.h"
 #include "support/recording_update_service.h"
 #include "support/temp_dir.h"
 
@@ -31,11 +34,12 @@ class AController : public testing::Test {
     std::unique_ptr<KoraController> start(
         std::chrono::milliseconds tick = 1h, std::size_t registryMaxBytes = kPlistMaxBytes,
         std::shared_ptr<const Workspace> workspace = nullptr) {
-        if (!workspace) workspace = std::make_shared<LiveWorkspace>(temp.path() / "Applications");
-        return std::make_unique<KoraController>(
-            KoraControllerSettings{file(), temp.path() / "Preferences", std::move(workspace), tick,
-                                   registryMaxBytes},
-            service);
+        KoraControllerSettings settings = platform.settings(file());
+        if (workspace) settings.workspace = std::move(workspace);
+        settings.tickInterval = tick;
+        settings.registryMaxBytes = registryMaxBytes;
+        return std::make_unique<KoraController>(std::move(settings), service,
+                                                platform.installer());
     }
     // A registry file holding only these root keys.
     void writeRegistry(const std::vector<PlistDictionary::Entry>& entries) const {
@@ -49,6 +53,7 @@ class AController : public testing::Test {
 
     TempDir temp;
     Lines lines;
+    test::ControllerPlatform platform{temp.path()};
     RecordingUpdateService service;  // outlives the controllers of a test
 };
 
@@ -130,6 +135,8 @@ TEST_F(AController, RestoresItsStateFromTheFileAndForgetsTheLastCheckOnForceChec
     writeRegistry({{"LastKoraCheckDate", storedDateText(checked)}, {"UpdateDB", updates}});
     auto controller = start();
     EXPECT_EQ(controller->db().getUpdateInfoForIdentifier("com.a")->delegate(), controller.get());
+    EXPECT_EQ(controller->db().getUpdateInfoForIdentifier("com.a")->downloadFolder(),
+              temp.path() / "downloads");
     EXPECT_EQ(controller->dateSinceLastCheck(), checked);
     EXPECT_EQ(controller->lastUpdate(), kEpoch);
 
@@ -182,11 +189,13 @@ TEST_F(AController, StopsTickingAndCancelsTheServiceAtShutdown) {
     EXPECT_EQ(controller->lastUpdate(), kEpoch);
 }
 
-// What each outcome an update reports leaves in memory and on disk. The
-// update of "com.a" (at 1.0) offers 2.0 and has been stored once before.
+// What each outcome an update reports leaves in memory and on disk, and the
+// notice it sends. The update of "com.a" (at 1.0) offers 2.0 and has been
+// stored once before.
 struct Outcome {
     const char* name;
     void (KoraController::*report)(const std::shared_ptr<KoraUpdate>&);
+    const char* operation;
     bool downloadedBefore;
     bool downloadComplete;
     bool installationComplete;
@@ -196,19 +205,43 @@ struct Outcome {
 };
 
 const Outcome kOutcomes[] = {
-    {"downloadErrorOn", &KoraController::downloadErrorOn, false, false, false, 24h, true, "1.0"},
-    {"downloadDidFinishFor", &KoraController::downloadDidFinishFor, false, true, false, 0h, true,
-     "1.0"},
-    {"installationErrorOn", &KoraController::installationErrorOn, true, true, true, 0h, false,
-     "1.0"},
-    {"installationDidFinishFor", &KoraController::installationDidFinishFor, true, true, true, 0h,
-     false, "2.0"},
+    {"downloadErrorOn", &KoraController::downloadErrorOn, "DownloadError", false, false, false,
+     24h, true, "1.0"},
+    {"downloadDidFinishFor", &KoraController::downloadDidFinishFor, "DownloadComplete", false,
+     true, false, 0h, true, "1.0"},
+    {"installationErrorOn", &KoraController::installationErrorOn, "InstallError", true, true, true,
+     0h, false, "1.0"},
+    {"installationDidFinishFor", &KoraController::installationDidFinishFor, "InstallComplete",
+     true, true, true, 0h, false, "2.0"},
 };
 
-TEST_F(AController, StoresEveryUpdateOutcomeAtOnce) {
+// The fields every notice shares, and the one that tells when.
+const KoraNoticeFields* noticeFields(const RecordingUpdateService::Request& request) {
+    return std::visit(
+        [](const auto& record) -> const KoraNoticeFields* {
+            if constexpr (std::is_base_of_v<KoraNoticeFields, std::decay_t<decltype(record)>>) {
+                return &record;
+            } else {
+                return nullptr;
+            }
+        },
+        request);
+}
+
+KoraNoticeFields expectedNotice(const char* version, const std::string& startTime) {
+    auto notice = test::expectedRequest<KoraNoticeFields>("P", version);
+    notice.setInstallationID("I");
+    notice.setUpdateID("U");
+    notice.setStartTime(startTime);
+    return notice;
+}
+
+TEST_F(AController, StoresEveryUpdateOutcomeBeforeItNotifiesTheService) {
     for (const Outcome& row : kOutcomes) {
         SCOPED_TRACE(row.name);
         std::filesystem::remove(file());
+        service = {};
+        lines.clear();
         auto controller = start();
         controller->registerClientWith("com.a", "I", "P", "1.0", "/A.app", "B");
         auto update = std::make_shared<KoraUpdate>();
@@ -219,22 +252,17 @@ TEST_F(AController, StoresEveryUpdateOutcomeAtOnce) {
         update->setDownloadComplete(row.downloadedBefore);
         update->setHasStartedInstallation(row.downloadedBefore);
         controller->db().updateInfoForUpdateWithIdentifier("com.a", update);
+        std::optional<PlistDictionary> root;  // the file as the notice goes out
+        service.onCall = [&](const std::string&) { root = readPropertyListDictionary(file()); };
 
-        const Date before = now();
         (controller.get()->*row.report)(update);
-        const Date after = now();
 
         EXPECT_EQ(update->downloadComplete(), row.downloadComplete);
         EXPECT_EQ(update->installationComplete(), row.installationComplete);
         const Date wait = update->waitUntilDate().value_or(kEpoch);
-        if (row.postponed == 0h) {
-            EXPECT_EQ(wait, kEpoch);
-        } else {
-            EXPECT_GE(wait, before + row.postponed - 1s);  // kept to the second
-            EXPECT_LE(wait, after + row.postponed);
-        }
+        EXPECT_EQ(wait, row.postponed == 0h ? kEpoch : platform.clock->time + row.postponed);
         EXPECT_EQ(controller->db().getUpdateInfoForIdentifier("com.a"), update);
-        const auto root = readPropertyListDictionary(file());
+        ASSERT_TRUE(root);
         const PlistDictionary* stored = root->dictionary("UpdateDB")->dictionary("com.a");
         ASSERT_EQ(stored != nullptr, row.storedInFile);
         if (stored != nullptr) {
@@ -246,8 +274,42 @@ TEST_F(AController, StoresEveryUpdateOutcomeAtOnce) {
         const PlistDictionary* application = root->dictionary("KoraDB")->dictionary("com.a");
         EXPECT_EQ(application->string("lastKnownVersion"), row.applicationVersion);
         EXPECT_EQ(application->string("bundlePath"), "/A.app");
-        EXPECT_TRUE(service.calls.empty()) << "the notices come with the notice records";
+        EXPECT_FALSE(controller->db().registeredApplicationForIdentifier("com.a")->hasUpdateAvailable());
+
+        ASSERT_EQ(service.calls, Lines{row.operation});
+        const RecordingUpdateService::Request& request = service.requests.at(0);
+        const std::string time = storedDateText(platform.clock->time);
+        EXPECT_EQ(*noticeFields(request), expectedNotice(row.applicationVersion, time));
+        if (const auto* complete = std::get_if<KORA_InstallComplete>(&request)) {
+            EXPECT_EQ(complete->FinishTime(), time);
+        } else if (const auto* error = std::get_if<KORA_DownloadError>(&request)) {
+            EXPECT_EQ(std::tuple(error->ErrorTime(), error->ErrorMessage()),
+                      std::tuple(std::nullopt, std::nullopt));
+        }
+        EXPECT_EQ(lines, Lines{"Successfully notified KORA Server"});
     }
+}
+
+// Uninstalled while its update ran: the notice still goes out, with only the
+// update's own identifier, and no record is made for the new version.
+TEST_F(AController, NotifiesAboutTheUpdateOfAnApplicationThatHasGoneWithoutItsFields) {
+    auto controller = start();
+    auto update = std::make_shared<KoraUpdate>();
+    update->setIdentifier("com.gone");
+    update->setUpdateId("U");
+    update->setVersionTo("2.0");
+    service.fail = true;
+    controller->installationDidFinishFor(update);
+
+    EXPECT_EQ(controller->db().registeredApplicationForIdentifier("com.gone"), nullptr);
+    ASSERT_EQ(service.calls, Lines{"InstallComplete"});
+    const auto& notice = std::get<KORA_InstallComplete>(service.requests.at(0));
+    EXPECT_EQ(notice.UpdateID(), "U");
+    EXPECT_EQ(std::tuple(notice.InstallationID(), notice.ProductID(), notice.Brand(),
+                         notice.Version()),
+              std::tuple(std::nullopt, std::nullopt, std::nullopt, std::nullopt));
+    EXPECT_EQ(notice.HardwareUUID(), "SERIAL-1");
+    EXPECT_TRUE(lines.empty()) << "a failed notice logs nothing";
 }
 
 }  // namespace
