@@ -49,8 +49,8 @@ KoraDB::~KoraDB() {
 }
 
 void KoraDB::load() {
-    const PlistDictionary* root = file_.root();
-    if (root == nullptr) {
+    const std::optional<PlistDictionary> root = file_.readRoot();
+    if (!root) {
         std::error_code error;
         if (fs::exists(fs::symlink_status(dbPath_, error))) {
             logInfo("The registry %s cannot be read; it starts empty", dbPath_.c_str());
