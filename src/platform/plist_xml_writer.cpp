@@ -124,21 +124,9 @@ void appendData(std::string& out, const PlistValue::Data& data, std::size_t dept
 bool appendContainer(std::string& out, std::string_view tag, bool empty, std::size_t depth,
                      const auto& appendItems) {
     if (depth >= kPlistMaxDepth) return false;
-    out.append(depth, '\t');
-    if (empty) {
-        out += '<';
-        out += tag;
-        out += "/>\n";
-        return true;
-    }
-    out += '<';
-    out += tag;
-    out += ">\n";
-    if (!appendItems()) return false;
-    out.append(depth, '\t');
-    out += "</";
-    out += tag;
-    out += ">\n";
+    appendPlistXmlOpening(out, tag, empty, depth);
+    if (!empty && !appendItems()) return false;
+    appendPlistXmlClosing(out, tag, empty, depth);
     return true;
 }
 
@@ -219,6 +207,21 @@ void appendPlistXmlKey(std::string& out, std::string_view key, std::size_t depth
     out += "<key>";
     appendText(out, key);
     out += "</key>\n";
+}
+
+void appendPlistXmlOpening(std::string& out, std::string_view tag, bool empty, std::size_t depth) {
+    out.append(depth, '\t');
+    out += '<';
+    out += tag;
+    out += empty ? "/>\n" : ">\n";
+}
+
+void appendPlistXmlClosing(std::string& out, std::string_view tag, bool empty, std::size_t depth) {
+    if (empty) return;
+    out.append(depth, '\t');
+    out += "</";
+    out += tag;
+    out += ">\n";
 }
 
 }  // namespace kora

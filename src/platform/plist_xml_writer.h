@@ -35,4 +35,10 @@ bool appendPlistXml(std::string& out, const PlistDictionary& dictionary, std::si
 // Appends the "<key>" line of a dictionary entry whose value sits at `depth`.
 void appendPlistXmlKey(std::string& out, std::string_view key, std::size_t depth);
 
+// The lines around the items of a container ("array" or "dict") at `depth`,
+// for callers that write the items one by one rather than hold them all: the
+// opening and closing tags, or one "<dict/>" line when it is empty.
+void appendPlistXmlOpening(std::string& out, std::string_view tag, bool empty, std::size_t depth);
+void appendPlistXmlClosing(std::string& out, std::string_view tag, bool empty, std::size_t depth);
+
 }  // namespace kora

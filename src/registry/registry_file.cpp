@@ -87,36 +87,43 @@ RegistryFile::Contents RegistryFile::contents() const {
 }
 
 RegistryWrite RegistryFile::replaceRootKey(std::string_view key, PlistValue value) {
-    std::string entry;
-    appendPlistXmlKey(entry, key, kRootEntryDepth);
-    if (!appendPlistXml(entry, value, kRootEntryDepth)) {
-        // Nested past what any reader accepts.
-        errno = EINVAL;
-        return RegistryWrite::Failed;
-    }
-    return replaceRootEntry(key, entry);
+    return replaceRootKey(key, [&value](std::string& text, std::size_t depth) {
+        return appendPlistXml(text, value, depth);
+    });
 }
 
-RegistryWrite RegistryFile::replaceRootEntry(std::string_view key, std::string_view entry) {
+RegistryWrite RegistryFile::replaceRootKey(std::string_view key, const ValueLines& appendValue) {
     const Contents found = contents();
     std::string text;
-    text.reserve(found.text.size() + entry.size() + kPlistXmlHeader.size() + 64);
+    // Most writes change a few bytes of the file.
+    text.reserve(found.text.size() + 1024);
     text += kPlistXmlHeader;
     text += "<dict>\n";
     std::vector<RootEntry> layout;
-    const auto add = [&](std::string_view name, std::string_view lines) {
-        layout.push_back(RootEntry{std::string(name), text.size(), text.size() + lines.size()});
-        text += lines;
+    // Only a value nested past what any reader accepts cannot be written.
+    bool complete = true;
+    const auto appendNew = [&] {
+        const std::size_t begin = text.size();
+        appendPlistXmlKey(text, key, kRootEntryDepth);
+        complete = appendValue(text, kRootEntryDepth);
+        layout.push_back(RootEntry{std::string(key), begin, text.size()});
     };
     // The key keeps its place among the others; a new key comes last.
     bool replaced = false;
     for (const RootEntry& old : found.entries) {
-        replaced = replaced || old.key == key;
-        add(old.key, old.key == key ? entry
-                                    : std::string_view(found.text).substr(
-                                          old.begin, old.end - old.begin));
+        if (old.key == key) {
+            appendNew();
+            replaced = true;
+            continue;
+        }
+        layout.push_back(RootEntry{old.key, text.size(), text.size() + old.end - old.begin});
+        text.append(found.text, old.begin, old.end - old.begin);
     }
-    if (!replaced) add(key, entry);
+    if (!replaced) appendNew();
+    if (!complete) {
+        errno = EINVAL;
+        return RegistryWrite::Failed;
+    }
     text += "</dict>\n";
     text += kPlistXmlFooter;
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -61,6 +62,12 @@ class RegistryFile {
     // Replaces one root key and writes the file; the other root keys stay as
     // they are on disk.
     RegistryWrite replaceRootKey(std::string_view key, PlistValue value);
+    // Appends a value's lines to the file's text at the given depth, with the
+    // functions of platform/plist_xml_writer.h; false when it cannot.
+    using ValueLines = std::function<bool(std::string& text, std::size_t depth)>;
+    // The same, for a value written straight into the file's text: a large one
+    // need not first be built as a tree.
+    RegistryWrite replaceRootKey(std::string_view key, const ValueLines& appendValue);
 
   private:
     // Where one root key and its value lie in the file's text.
@@ -80,8 +87,6 @@ class RegistryFile {
     };
 
     Contents contents() const;
-    // `entry` is the key's "<key>" line and value, as the file holds them.
-    RegistryWrite replaceRootEntry(std::string_view key, std::string_view entry);
 
     std::filesystem::path path_;
     std::size_t maxBytes_;
