@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "platform/plist_guard.h"
+#include "platform/plist_xml_writer.h"
 #include "platform/regular_file.h"
 
 namespace kora {
@@ -151,9 +152,6 @@ struct PlistFree {
 };
 using PlistPtr = std::unique_ptr<void, PlistFree>;
 
-// libplist counts dates in seconds since 2001-01-01 00:00:00 UTC.
-constexpr std::int64_t kAppleEpochOffset = 978307200;
-
 // The conversions refuse trees nested deeper than kPlistMaxDepth on their own,
 // whatever guarded the input: no caller can make them recurse further.
 // `depth` counts the containers around the node.
@@ -226,7 +224,7 @@ std::optional<PlistValue> fromNode(plist_t node, std::size_t depth) {
             int32_t seconds = 0;
             int32_t micros = 0;
             plist_get_date_val(node, &seconds, &micros);
-            return PlistValue(dateFromUnixSeconds(seconds + kAppleEpochOffset) +
+            return PlistValue(dateFromUnixSeconds(seconds + kPlistDateEpoch) +
                               std::chrono::microseconds(micros));
         }
         case PLIST_DATA: {
@@ -247,86 +245,6 @@ std::optional<PlistValue> fromNode(plist_t node, std::size_t depth) {
     }
 }
 
-bool isXmlCharacter(gunichar c) {
-    return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) ||
-           (c >= 0xE000 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0x10FFFF);
-}
-
-// libplist writes strings as they are, and XML cannot hold invalid UTF-8, most
-// control characters or U+FFFE and U+FFFF: such a file would be refused by
-// other XML readers, or by ours, and the registry would be lost. Each such
-// character, or each byte that is not UTF-8, becomes U+FFFD.
-std::string xmlSafeText(const std::string& text) {
-    if (isXmlText(text)) return text;
-    std::string safe;
-    const char* p = text.data();
-    const char* const end = p + text.size();
-    while (p < end) {
-        const gunichar c = g_utf8_get_char_validated(p, end - p);
-        // Negative (as a gunichar: huge) for an invalid or cut sequence and for NUL.
-        const bool decoded = c < 0x110000;
-        const char* next = decoded ? g_utf8_next_char(p) : p + 1;
-        if (decoded && isXmlCharacter(c)) {
-            safe.append(p, next);
-        } else {
-            safe += "\xEF\xBF\xBD";
-        }
-        p = next;
-    }
-    return safe;
-}
-
-plist_t toNode(const PlistValue& value, std::size_t depth);
-
-// Builds libplist nodes; nullptr when the tree nests deeper than the cap.
-struct NodeBuilder {
-    std::size_t depth;  // containers around the value
-
-
-    plist_t operator()(const std::string& text) const {
-        return plist_new_string(xmlSafeText(text).c_str());
-    }
-    plist_t operator()(std::int64_t number) const {
-        return plist_new_uint(static_cast<uint64_t>(number));
-    }
-    plist_t operator()(double number) const { return plist_new_real(number); }
-    plist_t operator()(bool flag) const { return plist_new_bool(flag ? 1 : 0); }
-    plist_t operator()(Date date) const {
-        const auto micros =
-            std::chrono::floor<std::chrono::microseconds>(date.time_since_epoch()).count();
-        const std::int64_t seconds = (micros >= 0 ? micros : micros - 999999) / 1000000;
-        const auto fraction = static_cast<int32_t>(micros - seconds * 1000000);
-        return plist_new_date(static_cast<int32_t>(seconds - kAppleEpochOffset), fraction);
-    }
-    plist_t operator()(const PlistValue::Data& data) const {
-        return plist_new_data(reinterpret_cast<const char*>(data.data()), data.size());
-    }
-    plist_t operator()(const PlistValue::Array& array) const {
-        if (depth >= kPlistMaxDepth) return nullptr;
-        PlistPtr node(plist_new_array());
-        for (const PlistValue& item : array) {
-            plist_t child = toNode(item, depth + 1);
-            if (child == nullptr) return nullptr;
-            plist_array_append_item(node.get(), child);
-        }
-        return node.release();
-    }
-    plist_t operator()(const PlistDictionary& dictionary) const {
-        if (depth >= kPlistMaxDepth) return nullptr;
-        PlistPtr node(plist_new_dict());
-        for (const PlistDictionary::Entry& entry : dictionary.entries()) {
-            plist_t child = toNode(entry.value, depth + 1);
-            if (child == nullptr) return nullptr;
-            plist_dict_set_item(node.get(), xmlSafeText(entry.key).c_str(), child);
-        }
-        return node.release();
-    }
-};
-
-plist_t toNode(const PlistValue& value, std::size_t depth) {
-    return std::visit(NodeBuilder{depth}, value.storage());
-}
-
 FileStamp stampOf(const struct stat& status) {
     return FileStamp{static_cast<std::uint64_t>(status.st_dev),
                      static_cast<std::uint64_t>(status.st_ino),
@@ -334,20 +252,24 @@ FileStamp stampOf(const struct stat& status) {
                      std::int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec};
 }
 
-std::optional<std::vector<std::uint8_t>> readWholeFile(const std::filesystem::path& path,
-                                                       FileStamp* readStamp = nullptr) {
+std::optional<std::string> readWholeFile(const std::filesystem::path& path,
+                                         FileStamp* readStamp = nullptr) {
     const std::optional<RegularFile> file = openRegularFile(path);
     if (!file) return std::nullopt;
-    std::vector<std::uint8_t> bytes;
-    std::uint8_t buffer[64 * 1024];
-    // A file over the limit is not read to its end; parsing refuses it anyway.
-    while (bytes.size() <= kPlistMaxBytes) {
-        const ssize_t n = ::read(file->fd.get(), buffer, sizeof buffer);
+    // Room for one byte more than the size found at opening, so that the end
+    // shows without growing; a file that grows meanwhile is read on. A file
+    // over the limit is not read to its end; parsing refuses it anyway.
+    std::string bytes(std::min<std::uint64_t>(file->size, kPlistMaxBytes) + 1, '\0');
+    std::size_t filled = 0;
+    while (filled <= kPlistMaxBytes) {
+        if (filled == bytes.size()) bytes.resize(std::min(2 * filled, kPlistMaxBytes + 1));
+        const ssize_t n = ::read(file->fd.get(), bytes.data() + filled, bytes.size() - filled);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) return std::nullopt;
         if (n == 0) break;
-        bytes.insert(bytes.end(), buffer, buffer + n);
+        filled += static_cast<std::size_t>(n);
     }
+    bytes.resize(filled);
     // Taken after reading, so a change made meanwhile shows as a new stamp.
     struct stat status {};
     if (readStamp != nullptr) {
@@ -355,6 +277,10 @@ std::optional<std::vector<std::uint8_t>> readWholeFile(const std::filesystem::pa
         *readStamp = stampOf(status);
     }
     return bytes;
+}
+
+std::span<const std::uint8_t> bytesOf(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
 // mkstemp replaces the six X's with letters and digits.
@@ -374,15 +300,6 @@ bool isLeftoverTemporary(const std::string& name, const std::string& prefix) {
 
 }  // namespace
 
-bool isXmlText(std::string_view text) {
-    if (!g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr)) return false;
-    const char* const end = text.data() + text.size();
-    for (const char* p = text.data(); p < end; p = g_utf8_next_char(p)) {
-        if (!isXmlCharacter(g_utf8_get_char(p))) return false;
-    }
-    return true;
-}
-
 std::optional<PlistValue> parsePropertyList(std::span<const std::uint8_t> bytes) {
     if (bytes.empty() || bytes.size() > kPlistMaxBytes) return std::nullopt;
     if (!withinPlistCaps(plistShape(bytes))) return std::nullopt;
@@ -401,41 +318,27 @@ std::optional<PlistValue> parsePropertyList(std::span<const std::uint8_t> bytes)
 }
 
 std::optional<PlistValue> readPropertyList(const std::filesystem::path& path) {
-    const std::optional<std::vector<std::uint8_t>> bytes = readWholeFile(path);
+    const std::optional<std::string> bytes = readWholeFile(path);
     if (!bytes) return std::nullopt;
-    return parsePropertyList(*bytes);
+    return parsePropertyList(bytesOf(*bytes));
 }
 
-namespace {
-
-std::optional<PlistDictionary> rootDictionary(std::optional<PlistValue> value) {
-    if (!value) return std::nullopt;
-    PlistDictionary* dictionary = value->as<PlistDictionary>();
+std::optional<PlistDictionary> parsePropertyListDictionary(std::string_view bytes) {
+    std::optional<PlistValue> value = parsePropertyList(bytesOf(bytes));
+    PlistDictionary* dictionary = value ? value->as<PlistDictionary>() : nullptr;
     if (dictionary == nullptr) return std::nullopt;
     return std::move(*dictionary);
 }
 
-std::string xmlOf(plist_t root) {
-    if (root == nullptr) return {};
-    char* xml = nullptr;
-    uint32_t length = 0;
-    plist_to_xml(root, &xml, &length);
-    std::string text(xml != nullptr ? xml : "", xml != nullptr ? length : 0);
-    plist_to_xml_free(xml);
-    return text;
-}
-
-}  // namespace
-
 std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path) {
-    return rootDictionary(readPropertyList(path));
+    const std::optional<std::string> bytes = readWholeFile(path);
+    if (!bytes) return std::nullopt;
+    return parsePropertyListDictionary(*bytes);
 }
 
-std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path,
-                                                          FileStamp& readStamp) {
-    const std::optional<std::vector<std::uint8_t>> bytes = readWholeFile(path, &readStamp);
-    if (!bytes) return std::nullopt;
-    return rootDictionary(parsePropertyList(*bytes));
+std::optional<std::string> readPropertyListBytes(const std::filesystem::path& path,
+                                                 FileStamp& readStamp) {
+    return readWholeFile(path, &readStamp);
 }
 
 std::optional<FileStamp> fileStampAt(const std::filesystem::path& path) {
@@ -444,13 +347,21 @@ std::optional<FileStamp> fileStampAt(const std::filesystem::path& path) {
     return stampOf(status);
 }
 
-std::string propertyListXml(const PlistValue& value) {
-    return xmlOf(PlistPtr(toNode(value, 0)).get());
+namespace {
+
+template <typename Value>
+std::string wholeXml(const Value& value) {
+    std::string xml(kPlistXmlHeader);
+    if (!appendPlistXml(xml, value, 0)) return {};
+    xml += kPlistXmlFooter;
+    return xml;
 }
 
-std::string propertyListXml(const PlistDictionary& root) {
-    return xmlOf(PlistPtr(NodeBuilder{0}(root)).get());
-}
+}  // namespace
+
+std::string propertyListXml(const PlistValue& value) { return wholeXml(value); }
+
+std::string propertyListXml(const PlistDictionary& root) { return wholeXml(root); }
 
 bool writePropertyList(const PlistValue& value, const std::filesystem::path& path) {
     return writePropertyListXml(propertyListXml(value), path);

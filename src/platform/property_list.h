@@ -111,8 +111,9 @@ struct PlistDictionary::Entry {
 std::optional<PlistValue> parsePropertyList(std::span<const std::uint8_t> bytes);
 std::optional<PlistValue> readPropertyList(const std::filesystem::path& path);
 
-// Reads a file whose root must be a dictionary.
+// Reads a file, or parses bytes, whose root must be a dictionary.
 std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path);
+std::optional<PlistDictionary> parsePropertyListDictionary(std::string_view bytes);
 
 // Whether a text is valid UTF-8 made only of characters that XML 1.0 can
 // carry: tab, line feed, carriage return, U+0020-U+D7FF, U+E000-U+FFFD and
@@ -120,8 +121,9 @@ std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem:
 // only such a text reads back as it was written.
 bool isXmlText(std::string_view text);
 
-// The XML form, as libplist writes it (header, DOCTYPE, tab indent). Empty for
-// a value nested deeper than kPlistMaxDepth, which no reader would accept.
+// The XML form, byte for byte as libplist writes it (header, DOCTYPE, tab
+// indent). Empty for a value nested deeper than kPlistMaxDepth, which no reader
+// would accept. plist_xml_writer.h writes parts of such a file.
 std::string propertyListXml(const PlistValue& value);
 std::string propertyListXml(const PlistDictionary& root);
 
@@ -137,9 +139,11 @@ struct FileStamp {
 // The stamp of what is at the path itself (a link is not followed); none when
 // nothing is there.
 std::optional<FileStamp> fileStampAt(const std::filesystem::path& path);
-// readPropertyListDictionary that also tells the stamp of the file it read.
-std::optional<PlistDictionary> readPropertyListDictionary(const std::filesystem::path& path,
-                                                          FileStamp& readStamp);
+// The bytes of a regular file as the readers above read them (a file over
+// kPlistMaxBytes only as far as shows that it is), and the stamp of the file
+// read. For callers that parse them only when they must.
+std::optional<std::string> readPropertyListBytes(const std::filesystem::path& path,
+                                                 FileStamp& readStamp);
 
 // Writes the XML form to a temporary file in the target's folder and renames it
 // over the target, so readers never see half a file. An existing regular file

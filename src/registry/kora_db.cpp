@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/logging.h"
+#include "platform/plist_xml_writer.h"
 #include "update/kora_update_delegate.h"
 
 namespace kora {
@@ -49,8 +50,8 @@ KoraDB::~KoraDB() {
 }
 
 void KoraDB::load() {
-    const PlistDictionary* root = file_.root();
-    if (root == nullptr) {
+    const std::optional<PlistDictionary> root = file_.readRoot();
+    if (!root) {
         std::error_code error;
         if (fs::exists(fs::symlink_status(dbPath_, error))) {
             logInfo("The registry %s cannot be read; it starts empty", dbPath_.c_str());
@@ -92,7 +93,9 @@ RegistryWrite KoraDB::updateInfoForUpdateWithIdentifier(const OptionalString& id
         if (stored->installationComplete() && stored->downloadComplete()) continue;
         section.set(key, PlistValue(stored->serialize()));
     }
-    return writeRootKey("UpdateDB", std::move(section));
+    return writeRootKey("UpdateDB", [&section](std::string& text, std::size_t depth) {
+        return appendPlistXml(text, section, depth);
+    });
 }
 
 KoraDB::UpdateTable KoraDB::currentUpdates() const {
@@ -161,11 +164,19 @@ void KoraDB::removeApplicationWithIdentifier(const OptionalString& identifier) {
 
 RegistryWrite KoraDB::syncDB() {
     std::lock_guard lock(dbMutex_);
-    PlistDictionary section;
-    for (const auto& [identifier, application] : applications_) {
-        section.set(identifier, PlistValue(application->serialize()));
-    }
-    return writeRootKey("KoraDB", std::move(section));
+    // Each entry goes into the file's text as soon as it is made: a tree of
+    // thousands of entries, made and freed at every write, cost more time than
+    // the rest of the write and left the heap fragmented.
+    return writeRootKey("KoraDB", [this](std::string& text, std::size_t depth) {
+        const bool empty = applications_.empty();
+        appendPlistXmlOpening(text, "dict", empty, depth);
+        for (const auto& [identifier, application] : applications_) {
+            appendPlistXmlKey(text, identifier, depth + 1);
+            appendPlistXml(text, application->serialize(), depth + 1);
+        }
+        appendPlistXmlClosing(text, "dict", empty, depth);
+        return true;
+    });
 }
 
 KoraDB::SavedApplication KoraDB::saveApplication(const OptionalString& identifier) const {
@@ -238,11 +249,11 @@ std::optional<KoraDB::IdentityValues> KoraDB::readIdentityValues(
                           preferences->string("MVNO").value_or(kUnknownBrand)};
 }
 
-RegistryWrite KoraDB::writeRootKey(const char* key, PlistDictionary section) {
+RegistryWrite KoraDB::writeRootKey(const char* key, const RegistryFile::ValueLines& section) {
     // Missing or unreadable: the file gets this writer's section only. A failed
     // write changes nothing in memory; the next write tries again with the
     // state then.
-    const RegistryWrite outcome = file_.replaceRootKey(key, PlistValue(std::move(section)));
+    const RegistryWrite outcome = file_.replaceRootKey(key, section);
     if (outcome == RegistryWrite::Failed && !writeFailureLogged_) {
         logInfo("Cannot write the registry %s: %s", dbPath_.c_str(), std::strerror(errno));
         writeFailureLogged_ = true;

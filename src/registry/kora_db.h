@@ -132,7 +132,7 @@ class KoraDB {
     void followMovedBundle(const std::string& identifier, KoraApplication& application,
                            const std::filesystem::path& bundle) const;
     // Replaces one root key of the file and writes it; logs a failure once.
-    RegistryWrite writeRootKey(const char* key, PlistDictionary section);
+    RegistryWrite writeRootKey(const char* key, const RegistryFile::ValueLines& section);
 
     std::filesystem::path dbPath_;
     std::filesystem::path preferencesFolder_;

@@ -2,8 +2,11 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/input_limits.h"
 #include "platform/property_list.h"
@@ -32,10 +35,11 @@ enum class RegistryWrite {
 // Writing one key keeps every other root key exactly as it is on disk, whoever
 // wrote it.
 //
-// The root as last read or written stays in memory, with the stamp of the file
-// it came from; the file is read again only when its stamp shows that another
-// writer changed it. A write that would leave the bytes on disk as they are is
-// skipped.
+// Nothing of the file stays in memory but where each root key lies in the
+// file this writer last wrote, and that file's stamp. A write reads the file's
+// bytes again: while the stamp shows that no one else changed the file, they
+// are taken as they are, and parsed only when another writer changed it. A
+// write that would leave the bytes on disk as they are is skipped.
 //
 // A file that exists but cannot be read (corrupt, over the size cap) is kept
 // aside as "<name>.unreadable" before the new root replaces it, so that an
@@ -47,27 +51,51 @@ class RegistryFile {
 
     const std::filesystem::path& path() const { return path_; }
 
-    // The root as it is on disk; nullptr when the file is missing or unreadable.
+    // The root as it is on disk, read now; none when the file is missing or
+    // unreadable.
+    std::optional<PlistDictionary> readRoot() const;
+    // The same, held until the next call.
     const PlistDictionary* root();
     // One root key's value; none when the file or the key is missing.
-    std::optional<PlistValue> rootValue(std::string_view key);
+    std::optional<PlistValue> rootValue(std::string_view key) const;
 
     // Replaces one root key and writes the file; the other root keys stay as
     // they are on disk.
     RegistryWrite replaceRootKey(std::string_view key, PlistValue value);
+    // Appends a value's lines to the file's text at the given depth, with the
+    // functions of platform/plist_xml_writer.h; false when it cannot.
+    using ValueLines = std::function<bool(std::string& text, std::size_t depth)>;
+    // The same, for a value written straight into the file's text: a large one
+    // need not first be built as a tree.
+    RegistryWrite replaceRootKey(std::string_view key, const ValueLines& appendValue);
 
   private:
-    // Reads the file again when it is not the one last read or written.
-    void refresh();
+    // Where one root key and its value lie in the file's text.
+    struct RootEntry {
+        std::string key;
+        std::size_t begin = 0;
+        std::size_t end = 0;
+    };
+    // The file as found, in this writer's form.
+    struct Contents {
+        std::string text;
+        std::vector<RootEntry> entries;
+        // False for a missing or unreadable file, which holds no entries.
+        bool readable = false;
+        // Whether `text` is the file's own bytes, as this writer wrote them.
+        bool writtenHere = false;
+    };
+
+    Contents contents() const;
 
     std::filesystem::path path_;
     std::size_t maxBytes_;
-    // The root on disk, as parsed or as written; none when missing or unreadable.
-    std::optional<PlistDictionary> root_;
-    // The stamp of the file root_ describes; none when it must be read again.
+    // The stamp of the file this writer last wrote, and where its root keys
+    // lie; none before the first write.
     std::optional<FileStamp> stamp_;
-    // Whether the file on disk holds exactly the bytes this writer makes of root_.
-    bool writtenHere_ = false;
+    std::vector<RootEntry> layout_;
+    // What root() last read.
+    std::optional<PlistDictionary> root_;
 };
 
 // Where an unreadable registry file is kept aside.

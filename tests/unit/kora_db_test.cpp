@@ -141,6 +141,41 @@ TEST_F(ARegistry, SkipsWritesThatChangeNothingAndKeepsWhatAnotherWriterChanged) 
     EXPECT_NE(fileStampAt(file), foreign);
 }
 
+// The registry takes the sections it does not write from its own last file
+// as bytes, by where it put them; the controller writes the check date through
+// a RegistryFile of its own at any time in between.
+TEST_F(ARegistry, KeepsEverySectionWhenItsWritesInterleaveWithAnotherWriters) {
+    auto db = open();
+    RegistryFile controller(file);
+    PlistDictionary expected;
+    const auto checkDate = [&](const std::string& text) {
+        ASSERT_EQ(controller.replaceRootKey("LastKoraCheckDate", text), RegistryWrite::Written);
+        expected.set("LastKoraCheckDate", text);
+    };
+    const auto application = [&](const std::string& identifier) {
+        db->addApplicationWithIdentifier(identifier, "I", "P", "1.0", "/" + identifier, "B&<>");
+        ASSERT_EQ(db->syncDB(), RegistryWrite::Written);
+        PlistDictionary section = expected.dictionary("KoraDB") ? *expected.dictionary("KoraDB")
+                                                                 : PlistDictionary{};
+        section.set(identifier, db->registeredApplicationForIdentifier(identifier)->serialize());
+        expected.set("KoraDB", section);
+    };
+    const auto update = [&](const std::string& version) {
+        const auto stored = updateOf({{"versionTo", version}});
+        ASSERT_EQ(db->updateInfoForUpdateWithIdentifier("com.a", stored), RegistryWrite::Written);
+        expected.set("UpdateDB", dictionaryOf({{"com.a", stored->serialize()}}));
+    };
+    checkDate("2024-01-02 03:04:05 +0000");
+    application("com.a");
+    update("2.0");
+    application("com.b");
+    checkDate("2025-01-02 03:04:05 +0000 and longer");
+    update("3.0-longer");
+    application("com.c");
+    checkDate("short");
+    EXPECT_EQ(fileText(file), propertyListXml(expected));
+}
+
 TEST_F(ARegistry, ReadsTheLastCheckDateThroughTheRegistryFile) {
     write(file, {{"LastKoraCheckDate", "2024-01-02 03:04:05 +0000"}});
     RegistryFile registry(file);

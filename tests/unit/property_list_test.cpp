@@ -5,6 +5,7 @@
 #include <plist/plist.h>
 #include <sys/stat.h>
 
+#include <cmath>
 #include <fstream>
 #include <sstream>
 
@@ -71,6 +72,67 @@ TEST(APlistDictionary, KeepsKeysInOrderAndFindsEachWhateverItsSize) {
         EXPECT_EQ(copy.find(key), &copy.entries()[i < 3 ? i : i - 1].value) << key;
     }
     EXPECT_EQ(dictionary.find("k200"), nullptr);
+}
+
+// libplist's own tree of a value, for comparing our writer with its output.
+plist_t libplistNode(const PlistValue& value) {
+    if (const auto* text = value.as<std::string>()) return plist_new_string(text->c_str());
+    if (const auto* number = value.as<std::int64_t>()) return plist_new_uint(*number);
+    if (const auto* number = value.as<double>()) return plist_new_real(*number);
+    if (const auto* flag = value.as<bool>()) return plist_new_bool(*flag);
+    if (const auto* date = value.as<Date>()) {
+        return plist_new_date(static_cast<int32_t>(unixSeconds(*date) - 978307200), 0);
+    }
+    if (const auto* data = value.as<PlistValue::Data>()) {
+        return plist_new_data(reinterpret_cast<const char*>(data->data()), data->size());
+    }
+    if (const auto* array = value.as<PlistValue::Array>()) {
+        plist_t node = plist_new_array();
+        for (const PlistValue& item : *array) plist_array_append_item(node, libplistNode(item));
+        return node;
+    }
+    plist_t node = plist_new_dict();
+    for (const auto& [key, item] : value.as<PlistDictionary>()->entries()) {
+        plist_dict_set_item(node, key.c_str(), libplistNode(item));
+    }
+    return node;
+}
+
+std::string libplistXml(const PlistValue& value) {
+    plist_t node = libplistNode(value);
+    char* xml = nullptr;
+    uint32_t length = 0;
+    plist_to_xml(node, &xml, &length);
+    std::string text(xml, length);
+    plist_to_xml_free(xml);
+    plist_free(node);
+    return text;
+}
+
+// Files written before we wrote the XML ourselves came from libplist; a byte
+// that differs would make the registry rewrite a file it did not change.
+TEST(APropertyList, WritesTheXmlByteForByteAsLibplistDoes) {
+    PlistValue::Data bytes(200);
+    for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i * 7);
+    // Base64 lines narrow with depth down to eight tabs, then stay as they are.
+    PlistValue deepData = bytes;
+    for (int depth = 0; depth < 10; ++depth) deepData = PlistValue::Array{deepData, bytes};
+    PlistDictionary tree = *everyType().as<PlistDictionary>();
+    tree.set("a<b>&c\"d'e", "]]> & <tag> \"quoted\" 'single'\t\n\r end");
+    tree.set("", "empty key");
+    tree.set("reals", PlistValue::Array{0.1, 3.0, -0.0, 1e300, 1e-300, 4.9e-324, 1e17, -2.5,
+                                        std::nan(""), HUGE_VAL, -HUGE_VAL});
+    tree.set("dates", PlistValue::Array{dateFromUnixSeconds(0), dateFromUnixSeconds(-1000000000),
+                                        dateFromUnixSeconds(1299506709) +
+                                            std::chrono::microseconds(123456)});
+    tree.set("data", PlistValue::Array{PlistValue::Data{}, PlistValue::Data{1}, bytes, deepData});
+    tree.set("empty", PlistValue::Array{PlistDictionary{}, PlistValue::Array{}});
+    for (const PlistValue& value : {PlistValue(tree), PlistValue("root string"), PlistValue(bytes)}) {
+        EXPECT_EQ(propertyListXml(value), libplistXml(value));
+    }
+    // What XML cannot carry is written as U+FFFD, where libplist writes it raw.
+    EXPECT_EQ(propertyListXml(PlistValue(std::string("a\x01" "b\xff" "c\0d", 7))),
+              libplistXml(PlistValue("a\xEF\xBF\xBD" "b\xEF\xBF\xBD" "c\xEF\xBF\xBD" "d")));
 }
 
 TEST(APropertyList, RoundTripsEveryValueTypeThroughAFile) {
