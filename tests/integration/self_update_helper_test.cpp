@@ -146,15 +146,5 @@ TEST_F(ASelfUpdateHelper, ThrowsWhenTheHelperFailsOrDoesNotAnswerInTime) {
     EXPECT_EQ(standIn_.calls.size(), 2u);
 }
 
-TEST_F(ASelfUpdateHelper, UsesTheSystemBusThatTheEnvironmentNames) {
-    startBus(false);
-    serveStandIn();
-    // GLib's system-bus singleton is made here for the first time in this process.
-    g_setenv("DBUS_SYSTEM_BUS_ADDRESS", g_test_dbus_get_bus_address(bus_), TRUE);
-    DBusSelfUpdateHelper helper;
-    EXPECT_TRUE(helper.installDaemonWithIdentifier("com.olvara.Korad", "/tmp/Upd/korad"));
-    g_unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-}
-
 }  // namespace
 }  // namespace kora

@@ -27,13 +27,10 @@ class ServiceNotices : public testing::Test {
         setLogSink([this](LogChannel, int, const std::string& text) {
             notices_ += text == "Successfully notified KORA Server";
         });
-        registerA();
+        controller_.registerClientWith("com.a", "inst-a", "prod-a", "1.0", "/A.app", "B");
     }
     ~ServiceNotices() override { setLogSink({}); }
 
-    void registerA() {
-        controller_.registerClientWith("com.a", "inst-a", "prod-a", "1.0", "/A.app", "B");
-    }
     // The update of com.a from 1.0 to 2.0, stored as it downloads.
     std::shared_ptr<KoraUpdate> storedUpdate() {
         auto update = std::make_shared<KoraUpdate>();
@@ -43,11 +40,6 @@ class ServiceNotices : public testing::Test {
         update->setHasStartedDownload(true);
         controller_.db().updateInfoForUpdateWithIdentifier("com.a", update);
         return update;
-    }
-    const PlistDictionary* storedUpdateEntry() {
-        file_ = readPropertyListDictionary(registry_);
-        const PlistDictionary* updates = file_ ? file_->dictionary("UpdateDB") : nullptr;
-        return updates ? updates->dictionary("com.a") : nullptr;
     }
     bool aIsRegistered() const {
         return readPropertyListDictionary(registry_)->dictionary("KoraDB")->dictionary("com.a") !=
@@ -61,7 +53,6 @@ class ServiceNotices : public testing::Test {
     test::ControllerPlatform platform_{temp_.path()};
     KoraController controller_{platform_.settings(registry_), service_, platform_.installer()};
     int notices_ = 0;
-    std::optional<PlistDictionary> file_;
 };
 
 TEST_F(ServiceNotices, TellsTheServiceBeforeTheApplicationIsForgottenAndServesCallsMeanwhile) {
@@ -84,30 +75,6 @@ TEST_F(ServiceNotices, TellsTheServiceBeforeTheApplicationIsForgottenAndServesCa
     EXPECT_FALSE(aIsRegistered());
 }
 
-TEST_F(ServiceNotices, RemovesTheApplicationWhateverTheServiceAnswers) {
-    const ScriptedReply replies[] = {
-        {.status = 500,
-         .body = soap11Envelope("<soap:Fault><faultcode>x</faultcode></soap:Fault>")},
-        {.contentType = "text/html", .body = "<html/>"},
-        {.body = soap11Envelope("<CheckResponse/>")},
-    };
-    for (const ScriptedReply& reply : replies) {
-        registerA();
-        server_.answerAlways(reply);
-        EXPECT_TRUE(controller_.uninstall("com.a"));
-        EXPECT_FALSE(aIsRegistered()) << reply.body;
-    }
-    EXPECT_EQ(notices_, 0);
-}
-
-TEST_F(ServiceNotices, AnUnknownApplicationIsNotifiedWithoutIdentifiers) {
-    server_.answerAlways({.body = kUninstallResponse});
-    EXPECT_TRUE(controller_.uninstall("com.unknown"));
-    EXPECT_NE(server_.requests.at(0).body.find("<KORA:Uninstall/>"), std::string::npos);
-    EXPECT_EQ(notices_, 1);
-    EXPECT_TRUE(aIsRegistered());
-}
-
 // The elements of a notice body, one per line as the envelope writes them.
 std::string elements(const std::vector<std::pair<std::string, std::string>>& fields) {
     std::string xml;
@@ -117,15 +84,9 @@ std::string elements(const std::vector<std::pair<std::string, std::string>>& fie
     return xml;
 }
 
-TEST_F(ServiceNotices, SendsEveryFieldOfADownloadCompleteNoticeOnceTheUpdateIsStored) {
-    const auto update = storedUpdate();
-    bool storedWhenNotified = false;
-    server_.respond = [&](const ReceivedRequest&) {
-        const PlistDictionary* entry = storedUpdateEntry();
-        storedWhenNotified = entry != nullptr && KoraUpdate(*entry).downloadComplete();
-        return ScriptedReply{.body = soap11Envelope("<DownloadCompleteResponse xmlns='urn:k'/>")};
-    };
-    controller_.downloadDidFinishFor(update);
+TEST_F(ServiceNotices, SendsEveryFieldOfADownloadCompleteNotice) {
+    server_.answerAlways({.body = soap11Envelope("<DownloadCompleteResponse xmlns='urn:k'/>")});
+    controller_.downloadDidFinishFor(storedUpdate());
 
     ASSERT_EQ(server_.requests.size(), 1u);
     const ReceivedRequest& request = server_.requests[0];
@@ -144,36 +105,7 @@ TEST_F(ServiceNotices, SendsEveryFieldOfADownloadCompleteNoticeOnceTheUpdateIsSt
                                 "\n    </KORA:DownloadComplete>"),
               std::string::npos)
         << request.body;
-    EXPECT_TRUE(storedWhenNotified);
     EXPECT_EQ(notices_, 1);
-}
-
-// Down, a fault, or a reply to another operation: no line, no retry, and the
-// state stored before the notice stands.
-TEST_F(ServiceNotices, AFailedNoticeLeavesTheStoredStateAndLogsNothing) {
-    const ScriptedReply replies[] = {
-        {.status = 500,
-         .body = soap11Envelope("<soap:Fault><faultcode>soap:Server</faultcode>"
-                                "<faultstring>down</faultstring></soap:Fault>")},
-        {.body = soap11Envelope("<DownloadCompleteResponse/>")},
-    };
-    for (const ScriptedReply& reply : replies) {
-        server_.answerAlways(reply);
-        const auto update = storedUpdate();
-        controller_.downloadErrorOn(update);
-        EXPECT_EQ(update->waitUntilDate(), platform_.clock->time + std::chrono::hours(24));
-        EXPECT_NE(storedUpdateEntry(), nullptr);
-    }
-    EXPECT_EQ(server_.requests.size(), 2u);
-
-    SoapUpdateService nobody("http://127.0.0.1:1/telso/cm/webservices/kora2.asmx");
-    KoraController controller(platform_.settings(registry_), nobody, platform_.installer());
-    const auto update = std::make_shared<KoraUpdate>();
-    update->setIdentifier("com.a");
-    update->setDownloadComplete(true);
-    controller.installationErrorOn(update);
-    EXPECT_TRUE(controller.db().getUpdateInfoForIdentifier("com.a")->installationComplete());
-    EXPECT_EQ(notices_, 0);
 }
 
 }  // namespace

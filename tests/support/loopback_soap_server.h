@@ -114,7 +114,6 @@ class LoopbackSoapServer {
         strict_ = true;
         expected_.push_back(std::move(request));
     }
-    bool allExpectedRequestsCame() const { return expected_.empty(); }
 
     void releaseHeldReplies() {
         for (SoupServerMessage* message : held_) {

@@ -73,13 +73,15 @@ TEST_F(AController, RegistersWithPresentAndAbsentStringsAndAlwaysAnswersTrue) {
     EXPECT_EQ(section.dictionary("com.b")->string("brand"), "Unknown");
 
     EXPECT_TRUE(controller->uninstall("com.a"));
+    EXPECT_TRUE(controller->uninstall("com.unknown"));  // notified without identifiers
     service.fail = true;
     EXPECT_TRUE(controller->uninstall(std::nullopt));
     EXPECT_EQ(applications().size(), 1u);
-    EXPECT_EQ(service.calls, (Lines{"Uninstall", "Uninstall"}));
+    EXPECT_EQ(service.calls, (Lines{"Uninstall", "Uninstall", "Uninstall"}));
     EXPECT_EQ(service.uninstallNotices.at(0).InstallationID(), "I");
     EXPECT_EQ(service.uninstallNotices.at(1), KORA_Uninstall());
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Successfully notified KORA Server"), 1);
+    EXPECT_EQ(service.uninstallNotices.at(2), KORA_Uninstall());
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Successfully notified KORA Server"), 2);
 }
 
 // The registry cap is lowered to what one registration takes, so the test
@@ -105,25 +107,22 @@ TEST_F(AController, AnswersFalseAndUndoesAChangeTheRegistryCannotHold) {
     EXPECT_EQ(lines.size(), 4u) << "one line per refused change";
 }
 
-TEST_F(AController, LogsEveryEchoAndEveryRoamingChangeEvenWhenUnchanged) {
-    auto controller = start();
-    EXPECT_EQ(controller->echo("abc"), "abc");
-    EXPECT_EQ(controller->echo(std::nullopt), std::nullopt);
-    EXPECT_TRUE(controller->setRoaming(true));
-    EXPECT_TRUE(controller->setRoaming(true));
-    EXPECT_TRUE(controller->setRoaming(false));
-    EXPECT_EQ(lines, (Lines{"Echoing: abc", "Echoing: (null)", "Setting KORA to roaming state",
-                            "Setting KORA to roaming state", "Setting KORA to normal state"}));
-}
-
-TEST_F(AController, EchoesAnyTextInOneShortLogLine) {
+// An echo is logged in one short line whatever the text; a roaming change is
+// logged even when nothing changes.
+TEST_F(AController, LogsEveryEchoAndEveryRoamingChange) {
     auto controller = start();
     const std::string forged = "x\nEchoing: forged\x1b[2J";
     const std::string longest(kMaxEchoBytes, 'a');
     EXPECT_EQ(controller->echo(forged), forged);
     EXPECT_TRUE(controller->echo(longest) == longest);
+    EXPECT_EQ(controller->echo(std::nullopt), std::nullopt);
+    EXPECT_TRUE(controller->setRoaming(true));
+    EXPECT_TRUE(controller->setRoaming(true));
+    EXPECT_TRUE(controller->setRoaming(false));
     EXPECT_EQ(lines, (Lines{"Echoing: x\\nEchoing: forged\\x1b[2J",
-                            "Echoing: " + std::string(1024, 'a') + "... (65536 bytes)"}));
+                            "Echoing: " + std::string(1024, 'a') + "... (65536 bytes)",
+                            "Echoing: (null)", "Setting KORA to roaming state",
+                            "Setting KORA to roaming state", "Setting KORA to normal state"}));
 }
 
 TEST_F(AController, RestoresItsStateFromTheFileAndForgetsTheLastCheckOnForceCheck) {

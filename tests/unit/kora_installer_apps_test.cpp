@@ -156,10 +156,6 @@ class InstallingDaemons : public InstallerTest {
     }
     fs::path jobFile() const { return temp.path() / "Library/LaunchDaemons/com.ex.d.plist"; }
     fs::path installed() const { return temp.path() / "Library/PrivilegedHelperTools/com.ex.d"; }
-    void installPrevious() {
-        writeFileText(jobFile(), "old job");
-        writeFileText(installed(), "old binary");
-    }
 };
 
 // The job a daemon carries, with its program as the publisher built it.

@@ -51,29 +51,6 @@ TEST_F(KoraRecords, WriteTheGivenPrefixOnTheRecordAndKoraOnItsFields) {
     xmlFreeNode(node);
 }
 
-TEST_F(KoraRecords, FieldTablesFollowTheWireLayoutOfEachRecord) {
-    // Each table, its length, and its first and last element names.
-    using Row = std::tuple<const std::vector<FieldSpec>&, std::size_t, const char*, const char*>;
-    const Row rows[] = {
-        {KORA_Check::fieldTable(), 17, "InstallationID", "AdditionalInfo"},
-        {KORA_DownloadError::fieldTable(), 21, "InstallationID", "ErrorMessage"},
-        {KORA_InstallComplete::fieldTable(), 20, "InstallationID", "FinishTime"},
-        {KORA_InstallCancel::fieldTable(), 21, "InstallationID", "CancelMessage"},
-        {KORA_Uninstall::fieldTable(), 2, "InstallationID", "ProductID"},
-        {KORA_cUpdate::fieldTable(), 18, "InstallationID", "GuiReleaseNotes"},
-        {KORA_cError::fieldTable(), 2, "ErrorInstruction", "Parameters"},
-        {KORA_DownloadErrorResponse::fieldTable(), 1, "DownloadErrorResult", "DownloadErrorResult"},
-    };
-    for (const auto& [fields, count, first, last] : rows) {
-        ASSERT_EQ(fields.size(), count) << first;
-        EXPECT_EQ(fields.front().elementName, first);
-        EXPECT_EQ(fields.back().elementName, last);
-    }
-    EXPECT_EQ(KORA_DownloadError().fields()[1].elementName, "UpdateID");
-    EXPECT_EQ(KORA_DownloadError().fields()[2].elementName, "ProductID");
-    EXPECT_TRUE(KORA_UninstallResponse().fields().empty());
-}
-
 TEST_F(KoraRecords, ACheckResponseWithEveryFieldReadsBackAsWritten) {
     KORA_cUpdate update;
     for (const FieldSpec& field : update.fields()) {

@@ -119,7 +119,6 @@ const ScriptRow kScriptRows[] = {
     {"ActionWithoutCommandIsPassedOver", {act({{"File", "@tmp/sentinel"}})}, true, {}},
     {"UpdateselfBeforeAFailureHandsNothingOver", {act({{"Command", "updateself"}, {"Binary", "@update/korad"}}), act({{"Command", "delete"}})}, false, {"Performing delete\n", "Syntax error: File or Folder missing\n"}},
     // Tools: only one that cannot start fails the action.
-    {"CommandInAnyLetterCase", {act({{"Command", "InstallPkg"}, {"Package", "@update/a.deb"}})}, true, {"Performing installpkg\n"}},
     {"PackageToolEndingWithAStatus", {act({{"Command", "installpkg"}, {"Package", "@update/a.deb"}})}, true, {"Performing installpkg\n"}, true, "exit 3"},
     {"PackageToolKilledByASignal", {act({{"Command", "installpkg"}, {"Package", "@update/a.deb"}})}, true, {"Performing installpkg\n"}, true, "kill -KILL $$"},
     {"PackageToolThatCannotStart", {act({{"Command", "installpkg"}, {"Package", "@update/a.deb"}})}, false, {"Performing installpkg\n", "Error installing package: @update/a.deb\n"}, true, "exit 0", ToolTable::kInstaller},
