@@ -13,47 +13,20 @@
 
 #include "platform/input_limits.h"
 #include "support/loopback_soap_server.h"
-#include "support/command.h"
-#include "support/file_text.h"
-#include "support/temp_dir.h"
+#include "e2e/sandbox_test.h"
 
 namespace kora {
 namespace {
 
-const std::string kSource = KORAD_SOURCE_DIR;
-
 using Outcome = CommandOutcome;
 
-Outcome run(const std::vector<std::string>& command) { return runCommand(command); }
-
-class KoradInSandbox : public testing::Test {
+class KoradInSandbox : public SandboxTest {
   protected:
-    void SetUp() override {
-        const Outcome probe = run({"bwrap", "--ro-bind", "/", "/", "true"});
-        if (probe.status != 0) GTEST_SKIP() << "bubblewrap cannot run here: " << probe.output;
-        std::filesystem::create_directory(dir_.path() / "out");
-        const Outcome bus = run({kSource + "/scripts/private-bus", dir_.path()});
-        ASSERT_EQ(bus.status, 0) << bus.output;
-        busPid_ = std::stoi(bus.output);
-    }
-    void TearDown() override {
-        if (busPid_ > 0) kill(busPid_, SIGTERM);
-    }
-
     // Runs the session script in a new sandbox; its output is the outcome's.
     Outcome session(const std::string& script) {
-        const std::string preamble =
-            "KORAD=" KORAD_BINARY " KORACTL=" KORACTL_BINARY " OUT=" + out().string() + "\n. " +
-            kSource + "/tests/e2e/session.sh\n";
-        return run({"timeout", "120", kSource + "/scripts/korad-sandbox", "--bus", dir_.path(),
-                    "--adapters", KORAD_BUILD_DIR, KORAD_LIBEXEC_DIR, "--bind", out(), "--ro-bind",
-                    kSource, "--ro-bind", KORAD_BUILD_DIR, "--", "bash", "-euc", preamble + script});
+        return sandboxed("KORAD=" KORAD_BINARY " KORACTL=" KORACTL_BINARY, script,
+                         {"--adapters", KORAD_BUILD_DIR, KORAD_LIBEXEC_DIR}, 120);
     }
-    std::filesystem::path out() const { return dir_.path() / "out"; }
-    std::string saved(const std::string& name) const { return fileText(out() / name); }
-
-    TempDir dir_;
-    int busPid_ = 0;
 };
 
 TEST_F(KoradInSandbox, StartsWithItsLinesInOrderAndStopsOnSigtermWithStatusZero) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "e2e/sandbox_test.h"
 #include "support/command.h"
 #include "support/file_text.h"
 #include "support/temp_dir.h"
@@ -20,59 +21,37 @@ namespace kora {
 namespace {
 
 namespace fs = std::filesystem;
-const std::string kSource = KORAD_SOURCE_DIR;
 
-class PellinHelperInSandbox : public testing::Test {
+class PellinHelperInSandbox : public SandboxTest {
   protected:
     void SetUp() override {
-        const auto probe = runCommand({"bwrap", "--ro-bind", "/", "/", "true"});
-        if (probe.status != 0) GTEST_SKIP() << "bubblewrap cannot run here: " << probe.output;
         // Other users reach the bus socket too (a test calls as another user).
         fs::permissions(dir_.path(), fs::perms::owner_all | fs::perms::group_exec |
                                          fs::perms::others_exec);
-        fs::create_directory(out());
+        SandboxTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         fs::create_directory(sbin());
-        const auto bus = startBus();
-        ASSERT_EQ(bus.status, 0) << bus.output;
-        busPid_ = std::stoi(bus.output);
         // The installed daemon: korad with a trailer, so it differs from the new one and runs.
         oldDaemon_ = fileText(KORAD_BINARY) + "installed korad";
         std::ofstream(target(), std::ios::binary) << oldDaemon_;
         fs::permissions(target(), fs::perms(0755));
     }
-    void TearDown() override {
-        if (busPid_ > 0) kill(busPid_, SIGTERM);
-    }
-
-    // A bus at dir_/bus; prints the bus daemon's process ID.
-    virtual CommandOutcome startBus() {
-        return runCommand({kSource + "/scripts/private-bus", dir_.path()});
-    }
 
     // Runs `script` in the sandbox; `sandbox` adds options of korad-sandbox.
-    CommandOutcome session(const std::string& script, const std::vector<std::string>& sandbox = {}) {
+    CommandOutcome session(const std::string& script, std::vector<std::string> sandbox = {}) {
         const std::string preamble = "KORAD=" KORAD_BINARY " KORACTL=" KORACTL_BINARY
                                      " PELLIN_HELPER=" PELLIN_HELPER_BINARY
                                      " FAKE_SYSTEMD=" FAKE_SYSTEMD_BINARY
-                                     " INSTALL_UPDATE=" INSTALL_UPDATE_BINARY " OUT=" +
-                                     out().string() + " TARGET=" + target().string() + "\n. " +
-                                     kSource + "/tests/e2e/session.sh\n. " + kSource +
-                                     "/tests/e2e/pellin_session.sh\n";
-        std::vector<std::string> command{"timeout", "120", kSource + "/scripts/korad-sandbox",
-                                         "--bus", dir_.path(), "--bind", out(), "--bind", sbin(),
-                                         "--ro-bind", kSource, "--ro-bind", KORAD_BUILD_DIR};
-        command.insert(command.end(), sandbox.begin(), sandbox.end());
-        command.insert(command.end(), {"--", "bash", "-euc", preamble + script});
-        return runCommand(command);
+                                     " INSTALL_UPDATE=" INSTALL_UPDATE_BINARY
+                                     " TARGET=" + target().string();
+        sandbox.insert(sandbox.begin(), {"--bind", sbin()});
+        return sandboxed(preamble, ". " + kSource + "/tests/e2e/pellin_session.sh\n" + script,
+                         sandbox, 120);
     }
-    fs::path out() const { return dir_.path() / "out"; }
     fs::path sbin() const { return dir_.path() / "sbin"; }
     fs::path target() const { return sbin() / "korad"; }
-    std::string saved(const std::string& name) const { return fileText(out() / name); }
     std::vector<std::string> targetFolder() const { return folderNames(sbin()); }
 
-    TempDir dir_;
-    int busPid_ = 0;
     std::string oldDaemon_;
 };
 

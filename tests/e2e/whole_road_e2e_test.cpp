@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "e2e/sandbox_test.h"
 #include "support/command.h"
 #include "support/file_text.h"
 #include "support/loopback_soap_server.h"
@@ -27,7 +28,6 @@ using testing_support::LoopbackSoapServer;
 using testing_support::ReceivedRequest;
 using testing_support::ScriptedReply;
 
-const std::string kSource = KORAD_SOURCE_DIR;
 const std::string kProduct = "7C9E6679-7425-40DE-944B-E07FC1F90AE7";
 const std::string kApp = "com.olvara.Connect";
 const std::string kNotes = "Olvara Connect 2.0: faster reconnects.\n";
@@ -53,19 +53,11 @@ std::size_t count(const std::string& text, const std::string& part) {
     return found;
 }
 
-class WholeRoad : public testing::Test {
+class WholeRoad : public SandboxTest {
   protected:
-    void SetUp() override {
-        if (runCommand({"bwrap", "--ro-bind", "/", "/", "true"}).status != 0)
-            GTEST_SKIP() << "bubblewrap cannot run here";
-        std::filesystem::create_directory(out());
-        const CommandOutcome bus = runCommand({kSource + "/scripts/private-bus", dir_.path()});
-        ASSERT_EQ(bus.status, 0) << bus.output;
-        busPid_ = std::stoi(bus.output);
-    }
     void TearDown() override {
         stopService();
-        if (busPid_ > 0) kill(busPid_, SIGTERM);
+        SandboxTest::TearDown();
     }
 
     // Publishes the sample update 2.0 (for versions 1.0 to 1.9) of `product`.
@@ -139,19 +131,15 @@ class WholeRoad : public testing::Test {
     CommandOutcome session(const std::string& script, const std::string& address = "",
                            int tick = 1) {
         const std::string preamble =
-            "KORAD=" KORAD_BINARY " KORACTL=" KORACTL_BINARY " OUT=" + out().string() +
+            "KORAD=" KORAD_BINARY " KORACTL=" KORACTL_BINARY
             "\nexport KORAD_SERVICE_ADDRESS=" + (address.empty() ? address_ : address) +
-            " KORAD_REACHABILITY_HOST=127.0.0.1 KORAD_TICK_SECONDS=" + std::to_string(tick) +
-            "\n. " + kSource + "/tests/e2e/session.sh\n" +
-            "trap 'cp \"$log\" \"$OUT/log\"; cp \"$registry\" \"$OUT/registry\" || true' EXIT\n";
-        return runCommand({"timeout", "60", kSource + "/scripts/korad-sandbox", "--bus",
-                           dir_.path(), "--adapters", KORAD_BUILD_DIR, KORAD_LIBEXEC_DIR, "--bind",
-                           out(), "--ro-bind", kSource, "--ro-bind", KORAD_BUILD_DIR, "--", "bash",
-                           "-euc", preamble + script});
+            " KORAD_REACHABILITY_HOST=127.0.0.1 KORAD_TICK_SECONDS=" + std::to_string(tick);
+        return sandboxed(preamble,
+                         "trap 'cp \"$log\" \"$OUT/log\"; cp \"$registry\" \"$OUT/registry\" || true' EXIT\n" +
+                             script,
+                         {"--adapters", KORAD_BUILD_DIR, KORAD_LIBEXEC_DIR}, 60);
     }
 
-    std::filesystem::path out() const { return dir_.path() / "out"; }
-    std::string saved(const std::string& name) const { return fileText(out() / name); }
     std::string database() const { return (dir_.path() / "service.db").string(); }
     CommandOutcome service(std::vector<std::string> words) {
         words.insert(words.begin(), KORA_SERVICE_BINARY);
@@ -159,8 +147,6 @@ class WholeRoad : public testing::Test {
         return runCommand(words);
     }
 
-    TempDir dir_;
-    int busPid_ = 0;
     GSubprocess* service_ = nullptr;
     std::string address_;
 };
